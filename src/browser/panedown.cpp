@@ -1,0 +1,7 @@
+#include "browser/panedown.h"
+
+namespace qarvo {
+
+CPaneDown::CPaneDown(QWidget *parent) : QWidget(parent) {}
+
+} // namespace qarvo

@@ -1,0 +1,213 @@
+#include "dataservice/calls.h"
+
+#include <QDebug>
+
+#include <limits>
+
+namespace qarvo {
+
+QString ruleIdText(qint64 id)
+{
+    return QStringLiteral("%1").arg(id, 9, 10, QLatin1Char('0'));
+}
+
+int ruleIdFromText(const QString &text)
+{
+    qsizetype i = 0;
+    const qsizetype n = text.size();
+    while (i < n && (text[i] == u' ' || text[i] == u'\t' || text[i] == u'\n' || text[i] == u'\r'
+                     || text[i] == u'\v' || text[i] == u'\f'))
+        ++i;
+    bool negative = false;
+    if (i < n && (text[i] == u'+' || text[i] == u'-')) {
+        negative = text[i] == u'-';
+        ++i;
+    }
+    qint64 value = 0;
+    constexpr qint64 limit = qint64(std::numeric_limits<int>::max()) + 1;
+    for (; i < n && text[i] >= u'0' && text[i] <= u'9'; ++i) {
+        value = value * 10 + (text[i].unicode() - u'0');
+        if (value > limit)
+            value = limit; // keeps going through the digits without overflowing
+    }
+    if (negative)
+        return int(-value < std::numeric_limits<int>::min() ? std::numeric_limits<int>::min() : -value);
+    return int(value > std::numeric_limits<int>::max() ? std::numeric_limits<int>::max() : value);
+}
+
+QString fieldText(const QVariant &value)
+{
+    return value.isNull() ? QString() : value.toString();
+}
+
+qint32 fieldInt(const QVariant &value)
+{
+    if (value.typeId() == QMetaType::QString)
+        return ruleIdFromText(value.toString());
+    return value.toInt();
+}
+
+bool readYes(const QVariant &value)
+{
+    // Automation's true is all bits set in 16 bits; a plain bool true means the same.
+    if (value.typeId() == QMetaType::Bool)
+        return value.toBool();
+    return qint16(value.toInt()) == -1;
+}
+
+Reply callByName(DataService *service, const QString &method, const ArgList &args)
+{
+    if (!service)
+        return Reply::fail(status::UnknownName);
+    try {
+        return service->call(method, args);
+    } catch (...) {
+        // A service must not throw; if one does, the call simply failed.
+        return Reply::fail(status::Exception);
+    }
+}
+
+namespace {
+
+Reply rowsCall(DataService *s, const char *name, ArgList args)
+{
+    args.append(RowSetSlot{});
+    return callByName(s, QString::fromLatin1(name), args);
+}
+
+qint32 plainCall(DataService *s, const char *name, const ArgList &args)
+{
+    return callByName(s, QString::fromLatin1(name), args).status;
+}
+
+YesNo yesNoCall(DataService *s, const char *name, const ArgList &args)
+{
+    const Reply reply = callByName(s, QString::fromLatin1(name), args);
+    YesNo answer;
+    answer.status = reply.status;
+    answer.yes = !reply.failed() && readYes(reply.value);
+    return answer;
+}
+
+} // namespace
+
+namespace calls {
+
+Reply GetWMIRules(DataService *s) { return rowsCall(s, method::GetWMIRules, {}); }
+Reply GetRQCRule(DataService *s) { return rowsCall(s, method::GetRQCRule, {}); }
+
+Reply GetWMIRuleInfo(DataService *s, const QString &ruleId)
+{
+    return rowsCall(s, method::GetWMIRuleInfo, {ruleId});
+}
+
+Reply GetRQCRuleInfo(DataService *s, const QString &ruleId)
+{
+    return rowsCall(s, method::GetRQCRuleInfo, {ruleId});
+}
+
+Reply GetRQCRuleScriptInfo(DataService *s, const QString &ruleId)
+{
+    return rowsCall(s, method::GetRQCRuleScriptInfo, {ruleId});
+}
+
+Reply RulesUsedExRule(DataService *s, const QString &ruleName, qint16 category)
+{
+    return rowsCall(s, method::RulesUsedExRule, {ruleName, category});
+}
+
+YesNo CanUseID(DataService *s, const QString &ruleId, qint16 category)
+{
+    return yesNoCall(s, method::CanUseID, {ruleId, category});
+}
+
+YesNo CanUseExRuleName(DataService *s, const QString &ruleName, qint16 category)
+{
+    return yesNoCall(s, method::CanUseExRuleName, {ruleName, category});
+}
+
+qint32 UpdateExRuleNameInRule(DataService *s, const QString &oldName, const QString &newName,
+                              qint16 category)
+{
+    return plainCall(s, method::UpdateExRuleNameInRule, {oldName, newName, category});
+}
+
+qint32 DelWMIRule(DataService *s, const QString &ruleId, qint16 mode)
+{
+    return plainCall(s, method::DelWMIRule, {ruleId, mode});
+}
+
+qint32 DelRQCRule(DataService *s, const QString &ruleId, qint16 mode)
+{
+    return plainCall(s, method::DelRQCRule, {ruleId, mode});
+}
+
+qint32 AddWMIRule(DataService *s, const WMIRuleRow &r)
+{
+    return plainCall(s, method::AddWMIRule,
+                     {r.ruleId, r.ruleName, r.comment, r.kind, r.index, r.conjunction, r.className,
+                      r.field, r.value, r.op, r.opCode, r.nameSpace, r.type, r.typeCode});
+}
+
+qint32 AddRQCScript(DataService *s, const QString &ruleId, qint16 entry, const QString &scriptFile,
+                    const QString &actionType, const QString &comment, qint16 selected)
+{
+    return plainCall(s, method::AddRQCScript,
+                     {ruleId, entry, scriptFile, actionType, comment, selected});
+}
+
+qint32 AddRQCRule(DataService *s, const QString &ruleId, const QString &ruleName,
+                  const QString &serviceName, const QString &comment, const QString &selection)
+{
+    return plainCall(s, method::AddRQCRule, {ruleId, ruleName, serviceName, comment, selection});
+}
+
+} // namespace calls
+
+RowReader::RowReader(Reply &reply) : m_rows(std::move(reply.rows)) {}
+
+RowReader::~RowReader() = default;
+
+RowSet &RowReader::rows()
+{
+    if (!m_rows)
+        throw DataServiceError(status::InvalidPointer, QStringLiteral("no row set"));
+    return *m_rows;
+}
+
+bool RowReader::atEnd() { return rows().atEnd(); }
+void RowReader::next() { rows().moveNext(); }
+QVariant RowReader::field(const QString &name) { return rows().field(name); }
+
+void RowReader::close()
+{
+    rows().close();
+    m_rows.reset();
+}
+
+namespace {
+FaultReporter &faultReporter()
+{
+    static FaultReporter reporter;
+    return reporter;
+}
+} // namespace
+
+void setFaultReporter(FaultReporter reporter)
+{
+    faultReporter() = std::move(reporter);
+}
+
+void reportFault(const DataServiceError &error)
+{
+    if (faultReporter()) {
+        try {
+            faultReporter()(error);
+            return;
+        } catch (...) {
+        }
+    }
+    qWarning("qarvo: action ended: %s", error.what());
+}
+
+} // namespace qarvo
