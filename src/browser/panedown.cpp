@@ -112,6 +112,10 @@ CPaneDown::CPaneDown(QWidget *parent) : QWidget(parent)
         frame->setPalette(palette);
         m_frames[i] = frame;
     }
+    // The two captionless frames lie under the heading so that their outline never runs
+    // through the rule name.
+    m_frames[2]->lower();
+    m_frames[1]->lower();
 
     m_serviceNameLabel = makeStatic(QStringLiteral("- Service Name :"),
                                     QStringLiteral("serviceNameLabel"), this);
@@ -145,6 +149,8 @@ CPaneDown::CPaneDown(QWidget *parent) : QWidget(parent)
     m_list->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_list->setIconSize(QSize(16, 16));
     m_list->header()->setStretchLastSection(false);
+    // The conjunction column is only as wide as its icon.
+    m_list->header()->setMinimumSectionSize(16);
     m_list->header()->setSectionsMovable(false);
     m_list->header()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     m_list->setColumnCount(0);

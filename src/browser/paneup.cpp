@@ -353,6 +353,9 @@ void CPaneUP::deleteSelectedRule()
             return;
         if (failed(status))
             return;
+        // Let go of the row first: the view would otherwise select its neighbour and fetch
+        // that rule's details unasked.
+        m_list->selectionModel()->clear();
         m_model->removeRuleRow(mark);
     });
 }
