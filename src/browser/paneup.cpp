@@ -238,7 +238,7 @@ void CPaneUP::readRules(qint16 viewType)
 
     // Rows are collected first and handed to the model in one step; a fault hands over what
     // was read up to it, including a row whose name was read but not its later fields.
-    std::vector<RuleListModel::Row> rows;
+    std::vector<RuleListModel::Row> rows = m_model->takeRowStorage();
     rows.reserve(256);
     try {
         RowReader reader(reply);

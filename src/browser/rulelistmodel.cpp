@@ -23,8 +23,16 @@ void RuleListModel::clearRows()
     // walk its whole layout to move the removed rows out.
     beginResetModel();
     m_rows.clear();
-    m_rows.shrink_to_fit();
     endResetModel();
+}
+
+std::vector<RuleListModel::Row> RuleListModel::takeRowStorage()
+{
+    if (!m_rows.empty())
+        return {};
+    std::vector<Row> storage;
+    storage.swap(m_rows);
+    return storage;
 }
 
 void RuleListModel::appendRows(std::vector<Row> rows)

@@ -39,6 +39,9 @@ public:
     const QList<Column> &columnList() const { return m_columns; }
 
     void clearRows();
+    // The storage of the rows just cleared, handed out for the next load to fill, so that a
+    // reload of a large list does not grow a fresh buffer step by step. Empty when rows remain.
+    std::vector<Row> takeRowStorage();
     // Appends in one step; a load hands over everything it read, also when it ended early.
     void appendRows(std::vector<Row> rows);
     void removeRuleRow(int row);
