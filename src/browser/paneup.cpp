@@ -161,7 +161,8 @@ CPaneUP::CPaneUP(CPaneDown *paneDown, QWidget *parent) : QWidget(parent), m_pane
 
     connect(m_list->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &CPaneUP::onSelectionChanged);
-    connect(m_list->selectionModel(), &QItemSelectionModel::currentChanged, this,
+    // Focus belongs to a row: moving between the cells of one row is no change.
+    connect(m_list->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
             &CPaneUP::onCurrentChanged);
     connect(m_list, &RuleListView::doubleClickedAnywhere, this, &CPaneUP::openProperties);
     connect(m_list, &RuleListView::propertiesKey, this, &CPaneUP::openProperties);
@@ -382,7 +383,8 @@ void CPaneUP::onSelectionChanged(const QItemSelection &selected, const QItemSele
 
 void CPaneUP::onCurrentChanged(const QModelIndex &current, const QModelIndex &)
 {
-    const bool partOfSelection = m_selectionPending && current == m_currentAtSelection;
+    const bool partOfSelection = m_selectionPending && current.isValid()
+                                 && current.row() == m_currentAtSelection.row();
     m_selectionPending = false;
     if (partOfSelection)
         return;
