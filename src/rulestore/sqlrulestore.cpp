@@ -645,7 +645,8 @@ struct SqlRuleStore::Impl
         return names;
     }
 
-    void prepareSchema(const QString &display, const QString &schema)
+    // Returns true when it laid out the tables of a new store.
+    bool prepareSchema(const QString &display, const QString &schema)
     {
         Transaction tx(*this, true);
         if (!sqlite) {
@@ -681,8 +682,11 @@ struct SqlRuleStore::Impl
             for (const char *statement : createStatements)
                 plain(QString::fromLatin1(statement));
             exec("INSERT INTO schema_version (version) VALUES (?)", {SchemaVersion});
+            tx.commit();
+            return true;
         }
         tx.commit();
+        return false;
     }
 };
 
@@ -727,6 +731,7 @@ bool SqlRuleStore::open(const QString &location)
 bool SqlRuleStore::open(const StoreLocation &loc)
 {
     close();
+    m_created = false;
     m_location = loc;
     const QString display = loc.displayText();
     const bool sqlite = loc.kind == StoreLocation::Kind::SQLite;
@@ -792,7 +797,7 @@ bool SqlRuleStore::open(const StoreLocation &loc)
         } else {
             d->plain(QStringLiteral("SET client_min_messages TO warning"));
         }
-        d->prepareSchema(display, loc.schema);
+        m_created = d->prepareSchema(display, loc.schema);
         ok = true;
     } catch (const Refusal &r) {
         m_lastError = r.message;

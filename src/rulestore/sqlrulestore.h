@@ -54,6 +54,8 @@ public:
     void close();
     bool isOpen() const;
     const StoreLocation &location() const { return m_location; }
+    // True when the last open() laid the tables out, i.e. the store is brand new.
+    bool createdOnOpen() const { return m_created; }
 
     // The message of the last failed open or call; empty after a success.
     QString lastError() const { return m_lastError; }
@@ -74,6 +76,7 @@ private:
     std::unique_ptr<Impl> d;
     StoreLocation m_location;
     QString m_lastError;
+    bool m_created = false;
 };
 
 } // namespace qarvo
