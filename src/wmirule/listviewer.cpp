@@ -108,6 +108,8 @@ CWMIRuleListViewer::CWMIRuleListViewer(QWidget *parent) : QTreeWidget(parent)
     setIconSize(QSize(16, 16));
     header()->setStretchLastSection(false);
     header()->setSectionsMovable(false);
+    // The image column is 20 pixels wide, narrower than the style's default minimum.
+    header()->setMinimumSectionSize(8);
     setSortingEnabled(false);
 }
 

@@ -262,6 +262,7 @@ CWMIRulePage3::CWMIRulePage3(CWMIRuleSheet &sheet) : CWMIRulePage(sheet)
     m_summary->setAllColumnsShowFocus(true);
     m_summary->setSelectionMode(QAbstractItemView::NoSelection);
     m_summary->header()->setStretchLastSection(false);
+    m_summary->header()->setMinimumSectionSize(8);
 
     auto *form = new QFormLayout;
     form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
