@@ -257,6 +257,9 @@ void CRQCRulePage2::appendRow(const QString &scriptFile, const QString &actionTy
     item->setCheckState(0, checked ? Qt::Checked : Qt::Unchecked);
     item->setIcon(0, images::icon(images::WmiRule));
     item->setData(0, images::ImageIndexRole, int(images::WmiRule));
+    // The columns are narrow for script paths; the full text is a hover away.
+    for (int c = 0; c < 3; ++c)
+        item->setToolTip(c, item->text(c));
 }
 
 void CRQCRulePage2::loadStoredScripts(const QString &ruleId)
