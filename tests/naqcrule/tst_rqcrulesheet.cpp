@@ -174,6 +174,11 @@ void TestRQCRuleSheet::importFillsTheList()
         QVERIFY(!item->icon(0).isNull());
     }
 
+    // The check boxes answer the keyboard as well.
+    list->setCurrentItem(list->topLevelItem(1));
+    QTest::keyClick(list->viewport(), Qt::Key_Space);
+    QCOMPARE(list->topLevelItem(1)->checkState(0), Qt::Checked);
+
     // A second import replaces what the first brought.
     FileDialogAnswer again({writeFile("other.cms", "[Connection Manager]\nServiceName=Other\n")});
     QTest::mouseClick(page->importButton(), Qt::LeftButton);
