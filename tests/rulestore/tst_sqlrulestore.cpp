@@ -91,6 +91,7 @@ void TestSqlRuleStore::freshStoreHasLayoutVersionAndNoRules()
     {
         auto store = m_fx.open();
         QVERIFY2(store->isOpen(), qPrintable(store->lastError()));
+        QVERIFY(store->createdOnOpen());
         QVERIFY(store->isEmpty());
         QCOMPARE(names(store.get(), category::WMI), QStringList());
         QCOMPARE(names(store.get(), category::NAQC), QStringList());
@@ -102,6 +103,7 @@ void TestSqlRuleStore::freshStoreHasLayoutVersionAndNoRules()
     // Opening again reads what is there and neither recreates nor duplicates anything.
     auto again = m_fx.open();
     QVERIFY2(again->isOpen(), qPrintable(again->lastError()));
+    QVERIFY(!again->createdOnOpen());
     QCOMPARE(names(again.get(), category::WMI), QStringList{QStringLiteral("Kept")});
     QCOMPARE(m_fx.scalar(QStringLiteral("SELECT COUNT(*) FROM schema_version")).toInt(), 1);
 }
