@@ -309,6 +309,8 @@ void TestConsole::referenceDialogStoresAUse()
         okWasDisabledForTheSameRule = !ok->isEnabled();
         used->setCurrentIndex(used->findText(QStringLiteral("No Disk Shares (WQL)")));
         QVERIFY(ok->isEnabled());
+        if (qEnvironmentVariableIsSet("QARVO_KEEP_SCREENSHOT"))
+            modal->grab().save(qEnvironmentVariable("QARVO_KEEP_SCREENSHOT") + QStringLiteral(".reference.png"));
         ok->click();
     });
     QTest::keyClick(&w, Qt::Key_R, Qt::ControlModifier | Qt::ShiftModifier);
