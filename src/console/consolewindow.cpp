@@ -33,7 +33,8 @@ ConsoleWindow::ConsoleWindow(SqlRuleStore *store, qint16 view, DataService *serv
     : QMainWindow(parent), m_store(store), m_service(service ? service : store)
 {
     setObjectName(QStringLiteral("consoleWindow"));
-    setWindowTitle(QStringLiteral("qarvo console - %1").arg(store->location().displayText()));
+    // Ends with the application's display name, which some platforms would otherwise append.
+    setWindowTitle(QStringLiteral("%1 \u2014 qarvo console").arg(store->location().displayText()));
     setWindowIcon(images::icon(images::WmiRule));
 
     createScopeTree();
