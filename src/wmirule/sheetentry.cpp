@@ -1,10 +1,14 @@
 #include "control/sheets.h"
+#include "wmirule/rulesheet.h"
 
 namespace qarvo {
 
-int runWMIRuleSheet(QWidget *, const WMISheetRequest &)
+int runWMIRuleSheet(QWidget *parent, const WMISheetRequest &request)
 {
-    return SheetCancelled;
+    CWMIRuleSheet sheet(parent, request.wql ? RuleKind::WQL : RuleKind::WMI,
+                        request.propertiesMode ? SheetMode::Properties : SheetMode::Wizard,
+                        request.caption, request.ruleId);
+    return sheet.exec();
 }
 
 } // namespace qarvo

@@ -1,0 +1,82 @@
+#pragma once
+
+// CWQLDlg ("WQL"): one hand-written WQL condition. The query is given as namespace, SELECT, FROM
+// and an optional WHERE; the test is on the number of returned objects (Count) or on a field of
+// them (Value).
+
+#include "conditions/editors.h"
+#include "dataservice/qarvo_export.h"
+
+#include <QDialog>
+
+class QComboBox;
+class QLineEdit;
+class QPlainTextEdit;
+class QPushButton;
+class QRadioButton;
+
+namespace qarvo {
+
+// What the OK check looks at, in one place so that the order is plain to read.
+struct WQLDlgEntries
+{
+    QString nameSpace;
+    QString select;
+    QString from;
+    int mode = 1;
+    bool countOperatorChosen = false;
+    QString count;
+    QString field;
+    bool fieldTypeChosen = false;
+    bool valueOperatorChosen = false;
+    bool valueEditShown = true;
+    QString value;
+    bool valueChoiceChosen = false;
+};
+
+// Which check failed first: its string id and the objectName of the control that gets the focus.
+struct WQLDlgProblem
+{
+    int stringId = 0;
+    const char *focus = nullptr;
+};
+QARVO_EXPORT WQLDlgProblem firstWQLDlgProblem(const WQLDlgEntries &entries);
+
+class QARVO_EXPORT CWQLDlg : public QDialog
+{
+    Q_OBJECT
+public:
+    explicit CWQLDlg(QWidget *parent = nullptr);
+
+    // Opens the dialog on an existing condition; its mode (1 Count, 2 Value) is the edit mode.
+    void setEditCondition(const WQLCondition &condition);
+
+    // Valid after OK.
+    WQLCondition condition() const { return m_result; }
+
+    void accept() override;
+
+private:
+    void applyCountMode();
+    void applyValueMode();
+    void fillListsForType(const QString &type, bool clearValue);
+    void filterCount(const QString &text);
+
+    WQLCondition m_result;
+
+    QLineEdit *m_nameSpace;
+    QLineEdit *m_select;
+    QLineEdit *m_from;
+    QPlainTextEdit *m_where;
+    QRadioButton *m_countMode;
+    QRadioButton *m_valueMode;
+    QComboBox *m_countCondition;
+    QLineEdit *m_count;
+    QLineEdit *m_field;
+    QComboBox *m_fieldType;
+    QComboBox *m_valueCondition;
+    QLineEdit *m_value;
+    QComboBox *m_valueChoice;
+};
+
+} // namespace qarvo
