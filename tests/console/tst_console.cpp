@@ -13,6 +13,7 @@
 #include <QAction>
 #include <QComboBox>
 #include <QDialogButtonBox>
+#include <QLineEdit>
 #include <QProcess>
 #include <QPushButton>
 #include <QTreeWidget>
@@ -80,6 +81,8 @@ private Q_SLOTS:
     void newRuleActionsOpenTheWizardsAndRefresh();
     void referenceDialogStoresAUse();
     void sampleRuleInUseCannotBeDeleted();
+    void renamingInThePropertySheetKeepsItsUsers();
+    void storingANaqcRuleAgainKeepsItsEntriesAndUses();
     void screenshotOfAFreshStore();
     void badDatabasesExitWithAMessageAndCreateNothing_data();
     void badDatabasesExitWithAMessageAndCreateNothing();
@@ -344,6 +347,65 @@ void TestConsole::sampleRuleInUseCannotBeDeleted()
     QVERIFY(!ruleNames(m_store.get(), category::WMI).contains(QStringLiteral("Workstation Check")));
     QCOMPARE(usersOf(m_store.get(), QStringLiteral("Service Pack Level"), category::WMI),
              QStringList{"VPN Baseline"});
+}
+
+// The whole road: the rule list, the real property sheet, and the store underneath.
+void TestConsole::renamingInThePropertySheetKeepsItsUsers()
+{
+    addSampleRules(*m_store);
+    ConsoleWindow w(m_store.get(), category::WMI);
+    w.show();
+    auto *list = w.control()->findChild<QAbstractItemView *>(QStringLiteral("ruleList"));
+    list->setCurrentIndex(list->model()->index(2, 0)); // Service Pack Level
+    whenModalShown([](QWidget *sheet) {
+        auto *name = sheet->findChild<QLineEdit *>(QStringLiteral("nameEdit"));
+        QVERIFY(name);
+        QCOMPARE(name->text(), QStringLiteral("Service Pack Level"));
+        name->setText(QStringLiteral("Service Pack Minimum"));
+        sheet->findChild<QPushButton *>(QStringLiteral("okButton"))->click();
+    });
+    w.control()->findChild<QAction *>(QStringLiteral("actionProperties"))->trigger();
+
+    Reply info = calls::GetWMIRuleInfo(m_store.get(), ruleIdText(101));
+    QStringList fields;
+    forEachRow(info, [&](RowReader &r) {
+        fields << r.text(QStringLiteral("rule_name")) + QLatin1Char('/') + r.text(QStringLiteral("rule_field"));
+    });
+    QCOMPARE(fields, (QStringList{"Service Pack Minimum/ServicePackMajorVersion",
+                                  "Service Pack Minimum/ProductType"}));
+    QCOMPARE(usersOf(m_store.get(), QStringLiteral("Service Pack Minimum"), category::WMI),
+             (QStringList{"VPN Baseline", "Workstation Check"}));
+    QCOMPARE(usersOf(m_store.get(), QStringLiteral("Service Pack Level"), category::WMI), QStringList());
+    QTRY_COMPARE(list->model()->index(2, 0).data().toString(), QStringLiteral("Service Pack Minimum"));
+}
+
+void TestConsole::storingANaqcRuleAgainKeepsItsEntriesAndUses()
+{
+    addSampleRules(*m_store);
+    ConsoleWindow w(m_store.get(), category::NAQC);
+    w.show();
+    auto *list = w.control()->findChild<QAbstractItemView *>(QStringLiteral("ruleList"));
+    list->setCurrentIndex(list->model()->index(1, 0)); // VPN Baseline
+    bool stored = false;
+    whenModalShown([&](QWidget *sheet) {
+        auto *buttons = sheet->findChild<QDialogButtonBox *>(QStringLiteral("buttonBox"));
+        QVERIFY(buttons);
+        buttons->button(QDialogButtonBox::Ok)->click();
+        stored = true;
+    });
+    w.control()->findChild<QAction *>(QStringLiteral("actionProperties"))->trigger();
+    QVERIFY(stored);
+
+    Reply scripts = calls::GetRQCRuleScriptInfo(m_store.get(), ruleIdText(201));
+    QStringList entries;
+    forEachRow(scripts, [&](RowReader &r) {
+        entries << QStringLiteral("%1 %2").arg(r.integer(QStringLiteral("rule_select")))
+                       .arg(r.text(QStringLiteral("rule_script")));
+    });
+    QCOMPARE(entries, (QStringList{"0 setup.cmd", "1 rqc.exe", "1 checkav.cmd", "0 cleanup.cmd"}));
+    QCOMPARE(ruleNames(m_store.get(), category::NAQC), (QStringList{"Branch Dial-Up", "VPN Baseline"}));
+    QCOMPARE(usersOf(m_store.get(), QStringLiteral("Service Pack Level"), category::WMI),
+             (QStringList{"VPN Baseline", "Workstation Check"}));
 }
 
 void TestConsole::screenshotOfAFreshStore()
