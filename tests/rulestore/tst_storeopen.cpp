@@ -202,8 +202,6 @@ void TestStoreOpen::newerLayoutIsRefused()
 void TestStoreOpen::unreachableServerFailsClearly()
 {
     SqlRuleStore store;
-    QElapsedTimer timer;
-    timer.start();
     QVERIFY(!store.open(QStringLiteral("postgresql://postgres@127.0.0.1:1/nowhere")));
     QVERIFY2(store.lastError().startsWith(QLatin1String("Cannot open postgresql://postgres@127.0.0.1:1/nowhere")),
              qPrintable(store.lastError()));
