@@ -826,6 +826,13 @@ bool SqlRuleStore::open(const StoreLocation &loc)
             d->setUpSession();
         }
         m_created = d->prepareSchema(display, loc.schema);
+        if (sqlite) {
+            // Only now that the file is known to be ours: with a write-ahead log a call commits
+            // without waiting for the disk, and readers no longer wait for a writer. Where the
+            // file system cannot do it, the store stays with the rollback journal.
+            d->tryPlain(QStringLiteral("PRAGMA journal_mode=WAL"));
+            d->tryPlain(QStringLiteral("PRAGMA synchronous=NORMAL"));
+        }
         ok = true;
     } catch (const Refusal &r) {
         m_lastError = r.message;
