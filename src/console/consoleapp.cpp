@@ -65,8 +65,11 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
         return ParseResult::Error;
     }
     if (parser.isSet(help)) {
-        // Before the application object exists the parser cannot know the program name.
-        *message = parser.helpText().replace(QLatin1String("<executable_name>"), QLatin1String("qarvo-console"));
+        // The parser names the program after the running binary, or not at all before the
+        // application object exists; the usage line always names the console.
+        QString text = parser.helpText();
+        text.replace(0, text.indexOf(QLatin1Char('\n')), QStringLiteral("Usage: qarvo-console [options]"));
+        *message = text;
         return ParseResult::Help;
     }
     if (!parser.positionalArguments().isEmpty()) {

@@ -28,11 +28,13 @@ namespace {
 constexpr int ViewRole = Qt::UserRole + 1;
 }
 
-ConsoleWindow::ConsoleWindow(SqlRuleStore *store, qint16 view, QWidget *parent)
-    : QMainWindow(parent), m_store(store)
+ConsoleWindow::ConsoleWindow(SqlRuleStore *store, qint16 view, DataService *service,
+                             QWidget *parent)
+    : QMainWindow(parent), m_store(store), m_service(service ? service : store)
 {
     setObjectName(QStringLiteral("consoleWindow"));
-    setWindowTitle(QStringLiteral("qarvo console - %1").arg(store->location().displayText()));
+    // Ends with the application's display name, which some platforms would otherwise append.
+    setWindowTitle(QStringLiteral("%1 \u2014 qarvo console").arg(store->location().displayText()));
     setWindowIcon(images::icon(images::WmiRule));
 
     createScopeTree();
@@ -195,7 +197,7 @@ void ConsoleWindow::showView(qint16 view)
     m_ctrl->setObjectName(QStringLiteral("qarvoCtrl"));
     m_ctrl->setGeometry(m_host->rect());
     m_ctrl->setViewType(view);
-    m_ctrl->ShowPane(m_store, QString::fromLatin1(Edition), 1, 0);
+    m_ctrl->ShowPane(m_service, QString::fromLatin1(Edition), 1, 0);
     m_ctrl->show();
 
     const bool naqc = view == category::NAQC;
@@ -216,17 +218,17 @@ void ConsoleWindow::afterSheet(short result, qint16 category)
 
 void ConsoleWindow::newWMIRule()
 {
-    afterSheet(m_ctrl->ShowWMIRuleWzd(m_store), category::WMI);
+    afterSheet(m_ctrl->ShowWMIRuleWzd(m_service), category::WMI);
 }
 
 void ConsoleWindow::newWQLRule()
 {
-    afterSheet(m_ctrl->ShowWQLRuleWzd(m_store), category::WMI);
+    afterSheet(m_ctrl->ShowWQLRuleWzd(m_service), category::WMI);
 }
 
 void ConsoleWindow::newNAQCRule()
 {
-    afterSheet(m_ctrl->ShowRQCRuleWzd(m_store), category::NAQC);
+    afterSheet(m_ctrl->ShowRQCRuleWzd(m_service), category::NAQC);
 }
 
 void ConsoleWindow::refresh()

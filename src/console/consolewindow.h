@@ -13,6 +13,7 @@ class QTreeWidget;
 class QTreeWidgetItem;
 
 namespace qarvo {
+class DataService;
 class SqlRuleStore;
 }
 
@@ -25,8 +26,10 @@ class ConsoleWindow : public QMainWindow
 {
     Q_OBJECT
 public:
-    // `store` must outlive the window.
-    ConsoleWindow(SqlRuleStore *store, qint16 view, QWidget *parent = nullptr);
+    // `store` must outlive the window. The control is handed `service`, which is the store itself
+    // unless a caller puts something in between (tests record the control's calls that way).
+    ConsoleWindow(SqlRuleStore *store, qint16 view, DataService *service = nullptr,
+                  QWidget *parent = nullptr);
     ~ConsoleWindow() override;
 
     qint16 view() const { return m_view; }
@@ -51,6 +54,7 @@ private:
     void about();
 
     SqlRuleStore *m_store;
+    DataService *m_service;
     qint16 m_view = 0;
     QWidget *m_host = nullptr;
     CqarvoCtrl *m_ctrl = nullptr;

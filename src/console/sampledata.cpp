@@ -142,29 +142,29 @@ int addSampleRules(SqlRuleStore &store, QString *error)
            {QStringLiteral("AND"), cimv2, QStringLiteral("Win32_OperatingSystem"),
             QStringLiteral("ProductType"), QStringLiteral("uint32"), QStringLiteral("="),
             QStringLiteral("1")}});
-    w.wmi(102, QStringLiteral("Update Service Running"),
+    w.wmi(102, QStringLiteral("Update Service On"),
           QStringLiteral("The automatic update service is started."), 0,
           {{QStringLiteral("EQ"), cimv2, QStringLiteral("Win32_Service"), QStringLiteral("Started"),
             QStringLiteral("boolean"), QStringLiteral("="), QStringLiteral("TRUE")},
            {QStringLiteral("OR"), cimv2, QStringLiteral("Win32_Service"), QStringLiteral("State"),
             QStringLiteral("string"), QStringLiteral("in"), QStringLiteral("Running,Start Pending")}});
-    w.wmi(103, QStringLiteral("System Disk Free Space"),
+    w.wmi(103, QStringLiteral("Disk Free Space"),
           QStringLiteral("At least 1 GB free on the system disk."), 1,
           {{QStringLiteral("EQ"), cimv2,
             QStringLiteral("SELECT FreeSpace FROM Win32_LogicalDisk WHERE DeviceID = 'C:'"),
             QStringLiteral("FreeSpace"), QStringLiteral("uint64"), QStringLiteral(">="),
             QStringLiteral("1073741824")}});
-    w.wmi(104, QStringLiteral("No Open Disk Shares"),
+    w.wmi(104, QStringLiteral("No Disk Shares"),
           QStringLiteral("No disk share other than the administrative ones."), 1,
           {{QStringLiteral("EQ"), cimv2,
             QStringLiteral("SELECT * FROM Win32_Share WHERE Type = 0"), QStringLiteral("#Count"),
             QStringLiteral("uint32"), QStringLiteral("="), QStringLiteral("0")}});
-    w.wmi(105, QStringLiteral("Workstation Compliance"),
-          QStringLiteral("Domain workstations; uses Service Pack Level and System Disk Free Space."), 0,
+    w.wmi(105, QStringLiteral("Workstation Check"),
+          QStringLiteral("Domain workstations; uses Service Pack Level and Disk Free Space."), 0,
           {{QStringLiteral("EQ"), cimv2, QStringLiteral("Win32_ComputerSystem"),
             QStringLiteral("DomainRole"), QStringLiteral("uint16"), QStringLiteral("="),
             QStringLiteral("1")}});
-    w.naqc(201, QStringLiteral("Remote Access Baseline"), QStringLiteral("Corporate VPN"),
+    w.naqc(201, QStringLiteral("VPN Baseline"), QStringLiteral("Corporate VPN"),
            QStringLiteral("Quarantine check run before the tunnel opens."),
            {{QStringLiteral("setup.cmd"), QStringLiteral("Pre-Init Actions"),
              QStringLiteral("Prepare the client"), false},
@@ -174,12 +174,12 @@ int addSampleRules(SqlRuleStore &store, QString *error)
              QStringLiteral("Antivirus signature check"), true},
             {QStringLiteral("cleanup.cmd"), QStringLiteral("Disconnect Actions"),
              QStringLiteral("Remove temporary files"), false}});
-    w.naqc(202, QStringLiteral("Branch Office Dial-Up"), QStringLiteral("Branch Dial-Up"),
+    w.naqc(202, QStringLiteral("Branch Dial-Up"), QStringLiteral("Branch Dial-Up"),
            QStringLiteral("Checks for the branch offices' dial-up profile."),
            {{QStringLiteral("branchchk.cmd"), QStringLiteral("Pre-Dial Actions"),
              QStringLiteral("Branch office baseline"), true}});
     w.uses(category::WMI, 105, category::WMI, QStringLiteral("Service Pack Level"));
-    w.uses(category::WMI, 105, category::WMI, QStringLiteral("System Disk Free Space"));
+    w.uses(category::WMI, 105, category::WMI, QStringLiteral("Disk Free Space"));
     w.uses(category::NAQC, 201, category::WMI, QStringLiteral("Service Pack Level"));
     if (!w.ok()) {
         if (error)

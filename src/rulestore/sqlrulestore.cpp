@@ -133,6 +133,31 @@ struct SqlRuleStore::Impl
     bool sqlite = true;
     bool open = false;
     bool inTransaction = false;
+    QString schema; // PostgreSQL: the schema every session works in
+
+    bool tryPlain(const QString &sql)
+    {
+        QSqlQuery q(db());
+        return q.exec(sql);
+    }
+
+    // Settings that belong to one PostgreSQL session, made again for every new one.
+    void setUpSession()
+    {
+        plain(QStringLiteral("SET client_min_messages TO warning"));
+        if (!schema.isEmpty()) // a schema not created yet is simply skipped until it is
+            plain(QStringLiteral("SET search_path TO %1").arg(schema));
+    }
+
+    void reconnect()
+    {
+        QSqlDatabase d = db();
+        d.close();
+        if (!d.open())
+            refuse(status::Fail, QStringLiteral("the connection to the server was lost and could not "
+                                                "be made again: %1").arg(d.lastError().text()));
+        setUpSession();
+    }
 
     QSqlDatabase db() const { return QSqlDatabase::database(connection, false); }
 
@@ -203,10 +228,14 @@ struct SqlRuleStore::Impl
     public:
         Transaction(Impl &impl, bool writes) : m_impl(impl)
         {
-            if (impl.sqlite)
+            if (impl.sqlite) {
                 impl.plain(writes ? QStringLiteral("BEGIN IMMEDIATE") : QStringLiteral("BEGIN"));
-            else
+            } else if (!impl.tryPlain(QStringLiteral("BEGIN"))) {
+                // A server restart or an idle timeout ends the session while the console stays
+                // open. Nothing of this call has been sent yet, so a fresh session can take it.
+                impl.reconnect();
                 impl.plain(QStringLiteral("BEGIN"));
+            }
             impl.inTransaction = true;
         }
         ~Transaction()
@@ -652,10 +681,8 @@ struct SqlRuleStore::Impl
         if (!sqlite) {
             // Two consoles opening a fresh database at once create the tables once.
             exec("SELECT pg_advisory_xact_lock(7235406)");
-            if (!schema.isEmpty()) {
+            if (!schema.isEmpty())
                 plain(QStringLiteral("CREATE SCHEMA IF NOT EXISTS %1").arg(schema));
-                plain(QStringLiteral("SET search_path TO %1").arg(schema));
-            }
         }
         const QStringList tables = existingTables();
         if (tables.contains(QStringLiteral("schema_version"))) {
@@ -783,7 +810,7 @@ bool SqlRuleStore::open(const StoreLocation &loc)
                 db.setUserName(loc.user);
                 db.setPassword(loc.password);
                 db.setDatabaseName(loc.database);
-                db.setConnectOptions(QStringLiteral("connect_timeout=10"));
+                db.setConnectOptions(QStringLiteral("connect_timeout=10;application_name=qarvo"));
             }
             if (!db.open())
                 refuse(status::Fail, QStringLiteral("Cannot open %1: %2").arg(display, db.lastError().text()));
@@ -795,9 +822,17 @@ bool SqlRuleStore::open(const StoreLocation &loc)
                 refuse(status::Fail, QStringLiteral("%1 is not a readable SQLite database: %2")
                                          .arg(display, probe.lastError().text()));
         } else {
-            d->plain(QStringLiteral("SET client_min_messages TO warning"));
+            d->schema = loc.schema;
+            d->setUpSession();
         }
         m_created = d->prepareSchema(display, loc.schema);
+        if (sqlite) {
+            // Only now that the file is known to be ours: with a write-ahead log a call commits
+            // without waiting for the disk, and readers no longer wait for a writer. Where the
+            // file system cannot do it, the store stays with the rollback journal.
+            d->tryPlain(QStringLiteral("PRAGMA journal_mode=WAL"));
+            d->tryPlain(QStringLiteral("PRAGMA synchronous=NORMAL"));
+        }
         ok = true;
     } catch (const Refusal &r) {
         m_lastError = r.message;

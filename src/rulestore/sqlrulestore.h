@@ -36,6 +36,9 @@ struct QARVO_RULESTORE_EXPORT StoreLocation
     static QString defaultPath();
 };
 
+// A store belongs to the thread that opened it, like the database connection under it. Several
+// stores, in one process or in many, may share one database; keys and constraints, not timing,
+// decide which of two competing writes wins.
 class QARVO_RULESTORE_EXPORT SqlRuleStore : public DataService
 {
 public:

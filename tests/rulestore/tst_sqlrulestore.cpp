@@ -81,6 +81,7 @@ private Q_SLOTS:
     void failingCallLeavesNoHalfWrittenRule();
     void twoStoresShareOneDatabase();
     void racingStoresCannotStoreTheSameIdOrName();
+    void lostServerSessionIsMadeAgain();
 
 private:
     StoreFixture m_fx;
@@ -91,6 +92,7 @@ void TestSqlRuleStore::freshStoreHasLayoutVersionAndNoRules()
     {
         auto store = m_fx.open();
         QVERIFY2(store->isOpen(), qPrintable(store->lastError()));
+        QVERIFY(store->createdOnOpen());
         QVERIFY(store->isEmpty());
         QCOMPARE(names(store.get(), category::WMI), QStringList());
         QCOMPARE(names(store.get(), category::NAQC), QStringList());
@@ -99,9 +101,13 @@ void TestSqlRuleStore::freshStoreHasLayoutVersionAndNoRules()
     }
     QCOMPARE(m_fx.scalar(QStringLiteral("SELECT version FROM schema_version")).toInt(),
              SqlRuleStore::SchemaVersion);
+    // A SQLite store commits through a write-ahead log, so that a save does not wait for the disk.
+    if (!m_fx.isPostgres())
+        QCOMPARE(m_fx.scalar(QStringLiteral("PRAGMA journal_mode")).toString(), QStringLiteral("wal"));
     // Opening again reads what is there and neither recreates nor duplicates anything.
     auto again = m_fx.open();
     QVERIFY2(again->isOpen(), qPrintable(again->lastError()));
+    QVERIFY(!again->createdOnOpen());
     QCOMPARE(names(again.get(), category::WMI), QStringList{QStringLiteral("Kept")});
     QCOMPARE(m_fx.scalar(QStringLiteral("SELECT COUNT(*) FROM schema_version")).toInt(), 1);
 }
@@ -572,6 +578,22 @@ void TestSqlRuleStore::racingStoresCannotStoreTheSameIdOrName()
     QCOMPARE(names(store.get(), category::NAQC).size(), 10);
     // No rule got conditions from two consoles.
     QCOMPARE(m_fx.scalar(QStringLiteral("SELECT COUNT(*) FROM wmi_conditions")).toInt(), 30);
+}
+
+void TestSqlRuleStore::lostServerSessionIsMadeAgain()
+{
+    if (!m_fx.isPostgres())
+        QSKIP("a SQLite store has no session to lose");
+    auto store = m_fx.open();
+    QVERIFY(storeWmi(store.get(), 1, QStringLiteral("Before")));
+    // What a server restart does to a console that stays open.
+    QVERIFY(m_fx.scalar(QStringLiteral("SELECT COUNT(pg_terminate_backend(pid)) FROM pg_stat_activity"
+                                       " WHERE application_name = 'qarvo' AND pid <> pg_backend_pid()"
+                                       " AND datname = current_database()")).toInt() >= 1);
+    QCOMPARE(names(store.get(), category::WMI), QStringList{"Before"});
+    QVERIFY(storeWmi(store.get(), 2, QStringLiteral("After")));
+    // Still working in the test's own schema, not in the database's default one.
+    QCOMPARE(m_fx.scalar(QStringLiteral("SELECT COUNT(*) FROM rules")).toInt(), 2);
 }
 
 QTEST_GUILESS_MAIN(TestSqlRuleStore)
