@@ -1,7 +1,10 @@
 #include "fuzzcatalogue.h"
 
+#include <cstdlib>
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    qarvo::fuzz::runCatalogueInput(data, size);
+    if (!qarvo::fuzz::runCatalogueInput(data, size))
+        std::abort();
     return 0;
 }

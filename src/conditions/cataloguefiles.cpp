@@ -15,6 +15,13 @@ namespace {
 // The manager has always read the value into 512 characters with the last one kept for the
 // terminator.
 constexpr int ProgramPathCapacity = 511;
+
+// Only regular files count: a directory, a pipe or a device in a catalogue file's place is
+// reported like a missing file instead of being read, possibly forever.
+bool openCatalogueFile(QFile &file)
+{
+    return QFileInfo(file.fileName()).isFile() && file.open(QIODevice::ReadOnly);
+}
 } // namespace
 
 QString catalogueFilePath(const QString &programPath, const QString &relativeName)
@@ -50,7 +57,7 @@ bool LoadClassList(const QString &programPath, ClassTree &tree, QWidget *message
 {
     tree.clear();
     QFile file(catalogueFilePath(programPath, QStringLiteral("class.dat")));
-    if (!file.open(QIODevice::ReadOnly)) {
+    if (!openCatalogueFile(file)) {
         ui::error(messageParent, strings::CannotOpenClassList);
         return false;
     }
@@ -62,7 +69,7 @@ std::optional<ClassFields> LoadClassFields(const QString &programPath, const QSt
                                            QWidget *messageParent)
 {
     QFile file(catalogueFilePath(programPath, FieldFileFor(className)));
-    if (!file.open(QIODevice::ReadOnly)) {
+    if (!openCatalogueFile(file)) {
         ui::error(messageParent, strings::CannotOpenFieldList);
         return std::nullopt;
     }

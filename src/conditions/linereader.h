@@ -9,6 +9,7 @@
 #include <QByteArrayView>
 #include <QIODevice>
 
+#include <algorithm>
 #include <cstring>
 
 namespace qarvo::catalogue {
@@ -16,8 +17,13 @@ namespace qarvo::catalogue {
 class LineReader
 {
 public:
-    explicit LineReader(QIODevice &device, qsizetype blockSize = 256 * 1024)
-        : m_device(device), m_blockSize(blockSize)
+    // Lines longer than this are cut to it; the rest of such a line is skipped as it arrives, so
+    // a file without line ends cannot take all memory.
+    static constexpr qsizetype DefaultMaxLineLength = 16 * 1024 * 1024;
+
+    explicit LineReader(QIODevice &device, qsizetype blockSize = 256 * 1024,
+                        qsizetype maxLineLength = DefaultMaxLineLength)
+        : m_device(device), m_blockSize(blockSize), m_maxLine(maxLineLength)
     {
     }
 
@@ -25,19 +31,30 @@ public:
     {
         for (;;) {
             const char *begin = m_buffer.constData() + m_pos;
-            const qsizetype available = m_buffer.size() - m_pos;
+            qsizetype available = m_buffer.size() - m_pos;
             const qsizetype unscanned = available - m_scanned;
             const void *lf = unscanned > 0
                                  ? std::memchr(begin + m_scanned, '\n', size_t(unscanned))
                                  : nullptr;
             if (lf) {
-                qsizetype length = static_cast<const char *>(lf) - begin;
-                m_pos += length + 1;
-                m_scanned = 0;
-                if (length > 0 && begin[length - 1] == '\r')
+                const qsizetype end = static_cast<const char *>(lf) - begin;
+                qsizetype length = end;
+                if (m_overlong) {
+                    length = m_maxLine;
+                    m_overlong = false;
+                } else if (length > 0 && begin[length - 1] == '\r') {
                     --length;
+                }
+                length = std::min(length, m_maxLine);
+                m_pos += end + 1;
+                m_scanned = 0;
                 line = QByteArrayView(begin, length);
                 return true;
+            }
+            if (available > m_maxLine) {
+                m_buffer.resize(m_pos + m_maxLine);
+                m_overlong = true;
+                available = m_maxLine;
             }
             m_scanned = available;
             if (m_atEnd) {
@@ -45,6 +62,7 @@ public:
                     return false;
                 m_pos = m_buffer.size();
                 m_scanned = 0;
+                m_overlong = false;
                 line = QByteArrayView(begin, available);
                 return true;
             }
@@ -73,9 +91,11 @@ private:
 
     QIODevice &m_device;
     qsizetype m_blockSize;
+    qsizetype m_maxLine;
     QByteArray m_buffer;
     qsizetype m_pos = 0;     // start of the next line in m_buffer
     qsizetype m_scanned = 0; // bytes after m_pos already known to hold no line end
+    bool m_overlong = false; // the line at m_pos has been cut; skipping to its end
     bool m_atEnd = false;
 };
 

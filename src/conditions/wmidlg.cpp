@@ -119,6 +119,9 @@ CWMIDlg::CWMIDlg(QWidget *parent) : QDialog(parent)
     m_tree->setIconSize(QSize(16, 16));
     m_tree->setSelectionMode(QAbstractItemView::SingleSelection);
     m_tree->setToolTip(QStringLiteral("WMI classes by category"));
+    // Long class names scroll rather than being cut off.
+    m_tree->header()->setStretchLastSection(false);
+    m_tree->header()->resizeSection(0, 330);
     connect(m_tree->selectionModel(), &QItemSelectionModel::currentChanged, this,
             [this](const QModelIndex &current) { selectTreeNode(current); });
 

@@ -79,9 +79,9 @@ CWQLDlg::CWQLDlg(QWidget *parent) : QDialog(parent)
 
     m_nameSpace = lineEdit("namespaceEdit", this);
     m_select = lineEdit("selectEdit", this);
-    m_select->setPlaceholderText(QStringLiteral("*"));
+    m_select->setToolTip(QStringLiteral("Properties to return, for example *"));
     m_from = lineEdit("fromEdit", this);
-    m_from->setPlaceholderText(QStringLiteral("Win32_Service"));
+    m_from->setToolTip(QStringLiteral("Class to query, for example Win32_Service"));
     m_where = new QPlainTextEdit(this);
     m_where->setObjectName(QStringLiteral("whereEdit"));
     m_where->setTabChangesFocus(true);

@@ -1,4 +1,5 @@
 #include "conditions/catalogue.h"
+#include "conditions/linereader.h"
 #include "control/settings.h"
 #include "dialogdriver.h"
 
@@ -83,6 +84,7 @@ private Q_SLOTS:
     void missingFilesAndSilentCases();
     void programDirectoryFromSettingsOrShipped();
     void badInputNeverHangs();
+    void overlongLinesAreCut();
     void shippedCatalogueLoadsCompletely();
 
 private:
@@ -443,6 +445,39 @@ void TestCatalogue::badInputNeverHangs()
 
     // Bytes that are not UTF-8 are taken one character each.
     QCOMPARE(treeFrom("!Caf\xe9\n").nodes[1].text, QStringLiteral("Caf\u00e9"));
+}
+
+void TestCatalogue::overlongLinesAreCut()
+{
+    auto linesOf = [](const QByteArray &bytes, qsizetype block, qsizetype max) {
+        QBuffer buffer;
+        buffer.setData(bytes);
+        buffer.open(QIODevice::ReadOnly);
+        LineReader reader(buffer, block, max);
+        QList<QByteArray> out;
+        QByteArrayView line;
+        while (reader.next(line))
+            out << line.toByteArray();
+        return out;
+    };
+    const QList<QByteArray> expected{"abcdefgh", "ok", "", "cr", "12345678"};
+    const QByteArray text = "abcdefghijklmnopqrstuvwxyz\r\nok\n\ncr\r\n1234567890";
+    // Every block size, so that line ends fall on and across block boundaries.
+    for (qsizetype block = 1; block <= 40; ++block)
+        QCOMPARE(linesOf(text, block, 8), expected);
+    QCOMPARE(linesOf(text, 4, 1024).first(), QByteArray("abcdefghijklmnopqrstuvwxyz"));
+    QCOMPARE(linesOf("a\r", 1, 8), QList<QByteArray>{"a\r"}); // a CR alone is not a line end
+    QVERIFY(linesOf({}, 4, 8).isEmpty());
+
+    // A device in a catalogue file's place is refused like a missing file.
+    if (QFileInfo::exists("/dev/zero")) {
+        QTemporaryDir dir;
+        QVERIFY(QFile::link("/dev/zero", dir.filePath("class.dat")));
+        MessageCatcher catcher;
+        ClassTree tree;
+        QVERIFY(!LoadClassList(dir.path(), tree));
+        QCOMPARE(catcher.texts(), QStringList({"Cannot open class list file"}));
+    }
 }
 
 void TestCatalogue::shippedCatalogueLoadsCompletely()

@@ -23,8 +23,10 @@ void TestCatalogueCorpus::replay()
         QFile file(corpus.filePath(name));
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QByteArray bytes = file.readAll();
-        qarvo::fuzz::runCatalogueInput(reinterpret_cast<const std::uint8_t *>(bytes.constData()),
-                                       std::size_t(bytes.size()));
+        QVERIFY2(qarvo::fuzz::runCatalogueInput(
+                     reinterpret_cast<const std::uint8_t *>(bytes.constData()),
+                     std::size_t(bytes.size())),
+                 qPrintable(name));
     }
 }
 

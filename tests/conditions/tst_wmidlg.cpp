@@ -106,6 +106,7 @@ private Q_SLOTS:
     void editModeWithUnknownValue();
     void catalogueFailures();
     void modalThroughTheEditorSeam();
+    void shippedCatalogueWithoutTheSetting();
 
     void arraySplitAndJoin_data();
     void arraySplitAndJoin();
@@ -550,6 +551,21 @@ void TestWMIDlg::modalThroughTheEditorSeam()
         child<QPushButton>(modal, "cancelButton")->click();
     });
     QVERIFY(!editWMICondition(nullptr, *added));
+    QVERIFY(catcher.messages.isEmpty());
+}
+
+void TestWMIDlg::shippedCatalogueWithoutTheSetting()
+{
+    QFile::remove(managerSettings()->fileName());
+    MessageCatcher catcher;
+    CWMIDlg dlg;
+    dlg.show();
+    QVERIFY(selectClass(dlg, "Win32_Service").isValid());
+    QCOMPARE(child<QLineEdit>(&dlg, "namespaceEdit")->text(), QStringLiteral("root\\cimv2"));
+    selectField(dlg, "StartMode");
+    QCOMPARE(items(child<QComboBox>(&dlg, "valueCombo")),
+             QStringList({"Boot", "System", "Auto", "Manual", "Disabled"}));
+    maybeScreenshot(&dlg, "wmidlg-shipped");
     QVERIFY(catcher.messages.isEmpty());
 }
 
