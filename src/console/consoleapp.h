@@ -1,0 +1,35 @@
+#pragma once
+
+// Start-up of qarvo-console: options, opening the rule store, sample rules on a new store, and
+// either the window or a screenshot of it.
+
+#include <QString>
+#include <QStringList>
+
+namespace qarvo::console {
+
+struct Options
+{
+    QString database;   // empty: the default SQLite file
+    qint16 view = 6;    // rule category shown first
+    QString screenshot; // render to this PNG and exit
+};
+
+enum class ParseResult { Run, Help, Error, BadDatabase };
+
+// `arguments` includes the program name. For Help, `message` is the help text; for Error, the
+// reason.
+ParseResult parseOptions(const QStringList &arguments, Options *options, QString *message);
+
+// Names the application (and with it the default store's folder); works before QApplication.
+void setIdentity();
+
+// Before QApplication exists: a screenshot needs no display, so it renders offscreen unless the
+// caller chose a platform. Returns false, having said why, when there is nowhere to show the
+// window.
+bool prepareEnvironment(const Options &options);
+
+// Opens the store and runs the console (or takes the screenshot); returns the exit code.
+int run(const Options &options);
+
+} // namespace qarvo::console

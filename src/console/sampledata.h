@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QString>
+
+namespace qarvo {
+class SqlRuleStore;
+}
+
+namespace qarvo::console {
+
+// Fills a brand-new, empty store with a few rules to look at: WMI and WQL rules, a NAQC rule,
+// and rules that use another one, so that a refused delete can be tried. Returns the number of
+// rules added (0 when the store already had rules); on failure, -1 with the reason in `error`.
+int addSampleRules(SqlRuleStore &store, QString *error = nullptr);
+
+// The script selection text of a NAQC rule, as the NAQC wizard builds it.
+struct SampleScript
+{
+    QString file;
+    QString section;
+    QString comment;
+    bool selected = false;
+};
+QString scriptSelection(const QString &serviceName, const QList<SampleScript> &scripts);
+
+} // namespace qarvo::console

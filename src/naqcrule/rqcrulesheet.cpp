@@ -1,0 +1,474 @@
+#include "naqcrule/rqcrulesheet.h"
+
+#include "control/modulestate.h"
+#include "dataservice/calls.h"
+#include "dataservice/ruleid.h"
+#include "naqcrule/cmsprofile.h"
+#include "naqcrule/inireader.h"
+#include "resources/images.h"
+#include "resources/strings.h"
+#include "resources/ui.h"
+
+#include <QApplication>
+#include <QDialogButtonBox>
+#include <QEventLoop>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QTimer>
+#include <QTreeWidget>
+#include <QVBoxLayout>
+#include <QWizard>
+
+using namespace qarvo;
+
+namespace {
+
+const QString &wizardTitle()
+{
+    static const QString title = QStringLiteral("Add NAQC Rule Wizard");
+    return title;
+}
+
+// Keeps the wait cursor up for as long as the window cannot take input.
+class BusyCursor
+{
+public:
+    BusyCursor() { QApplication::setOverrideCursor(Qt::WaitCursor); }
+    ~BusyCursor() { QApplication::restoreOverrideCursor(); }
+    BusyCursor(const BusyCursor &) = delete;
+    BusyCursor &operator=(const BusyCursor &) = delete;
+};
+
+// While the service refuses candidates, a new one can only come up when the clock's second
+// changes. Waiting a little between tries keeps the window painted without letting the user
+// start a second action in the middle of this one.
+bool pauseBeforeNextTry()
+{
+    QEventLoop loop;
+    QTimer::singleShot(20, &loop, &QEventLoop::quit);
+    loop.exec(QEventLoop::ExcludeUserInputEvents);
+    return true;
+}
+
+// Both frames of the sheet refuse to close while a store is under way: the store runs inside
+// the button handler and the window must still be there when it returns.
+class RQCWizard : public QWizard
+{
+public:
+    RQCWizard(const CRQCRuleSheet &sheet, QWidget *parent) : QWizard(parent), m_sheet(sheet) {}
+    void done(int result) override
+    {
+        if (!m_sheet.busy())
+            QWizard::done(result);
+    }
+
+private:
+    const CRQCRuleSheet &m_sheet;
+};
+
+class RQCPropertiesDialog : public QDialog
+{
+public:
+    RQCPropertiesDialog(const CRQCRuleSheet &sheet, QWidget *parent)
+        : QDialog(parent), m_sheet(sheet)
+    {
+    }
+    void done(int result) override
+    {
+        if (!m_sheet.busy())
+            QDialog::done(result);
+    }
+
+private:
+    const CRQCRuleSheet &m_sheet;
+};
+
+} // namespace
+
+// --- General --------------------------------------------------------------------------------
+
+CRQCRulePage1::CRQCRulePage1(RQCRuleRecord &record, QWidget *parent)
+    : QWizardPage(parent), m_record(record)
+{
+    setObjectName(QStringLiteral("generalPage"));
+    setTitle(strings::text(strings::NaqcPage1Title));
+    setSubTitle(strings::text(strings::NaqcPage1Subtitle));
+
+    auto *nameLabel = new QLabel(QStringLiteral("Rule Name : "), this);
+    m_name = new QLineEdit(this);
+    m_name->setObjectName(QStringLiteral("ruleNameEdit"));
+    m_name->setMaxLength(int(rqcfield::RuleName - 1));
+    nameLabel->setBuddy(m_name);
+
+    auto *commentLabel = new QLabel(QStringLiteral("Comment : "), this);
+    m_comment = new QLineEdit(this);
+    m_comment->setObjectName(QStringLiteral("commentEdit"));
+    m_comment->setMaxLength(int(rqcfield::Comment - 1));
+    commentLabel->setBuddy(m_comment);
+
+    auto *grid = new QGridLayout(this);
+    grid->addWidget(nameLabel, 0, 0);
+    grid->addWidget(m_name, 0, 1);
+    grid->addWidget(commentLabel, 1, 0);
+    grid->addWidget(m_comment, 1, 1);
+    grid->setColumnStretch(1, 1);
+    grid->setRowStretch(2, 1);
+
+    connect(m_name, &QLineEdit::textChanged, this, &QWizardPage::completeChanged);
+}
+
+bool CRQCRulePage1::isComplete() const
+{
+    // No trimming: a name of blanks is a name.
+    return !m_name->text().isEmpty();
+}
+
+bool CRQCRulePage1::validatePage()
+{
+    return guardAction([this] { storeToRecord(); });
+}
+
+void CRQCRulePage1::loadFromRecord()
+{
+    m_name->setText(m_record.ruleName);
+    m_comment->setText(m_record.comment);
+}
+
+void CRQCRulePage1::storeToRecord()
+{
+    m_record.ruleName = fitBuffer(m_name->text(), rqcfield::RuleName);
+    m_record.comment = fitBuffer(m_comment->text(), rqcfield::Comment);
+}
+
+// --- CM Profile -----------------------------------------------------------------------------
+
+const QString &CRQCRulePage2::instructionText()
+{
+    static const QString text = QStringLiteral(
+        "  Import s CMS file in CM Profile of NAQC (Network Access Quarantine Control System).  "
+        "\r\n  Select a script you want to apply.");
+    return text;
+}
+
+const QString &CRQCRulePage2::fileFilter()
+{
+    static const QString filter = QStringLiteral("CMSFiles(*.cms);;All files(*.*)");
+    return filter;
+}
+
+CRQCRulePage2::CRQCRulePage2(RQCRuleRecord &record, QWidget *parent)
+    : QWizardPage(parent), m_record(record)
+{
+    setObjectName(QStringLiteral("cmProfilePage"));
+    setTitle(strings::text(strings::NaqcPage2Title));
+    setSubTitle(strings::text(strings::NaqcPage2Subtitle));
+
+    m_instruction = new QLabel(QString(instructionText()).replace(QStringLiteral("\r\n"), QStringLiteral("\n")), this);
+    m_instruction->setObjectName(QStringLiteral("instructionText"));
+    m_instruction->setWordWrap(true);
+
+    auto *serviceLabel = new QLabel(QStringLiteral("Service Name"), this);
+    m_serviceName = new QLineEdit(this);
+    m_serviceName->setObjectName(QStringLiteral("serviceNameEdit"));
+    m_serviceName->setMaxLength(int(rqcfield::ServiceName - 1));
+    serviceLabel->setBuddy(m_serviceName);
+
+    m_list = new QTreeWidget(this);
+    m_list->setObjectName(QStringLiteral("scriptList"));
+    m_list->setColumnCount(3);
+    m_list->setHeaderLabels({QStringLiteral("ScriptFile"), QStringLiteral("Action Type"),
+                             QStringLiteral("Comment")});
+    m_list->setColumnWidth(0, 140);
+    m_list->setColumnWidth(1, 120);
+    m_list->setColumnWidth(2, 180);
+    m_list->setRootIsDecorated(false);
+    m_list->setUniformRowHeights(true);
+    m_list->setAllColumnsShowFocus(true);
+    m_list->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_list->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_list->setIconSize(QSize(16, 16));
+    m_list->header()->setStretchLastSection(true);
+    m_list->setToolTip(QStringLiteral("Check the scripts the rule applies."));
+
+    m_import = new QPushButton(QStringLiteral("Import CMSFile"), this);
+    m_import->setObjectName(QStringLiteral("importButton"));
+    m_import->setAutoDefault(false);
+    m_import->setToolTip(
+        QStringLiteral("Read the service name and script actions of a Connection Manager "
+                       "profile (.cms)."));
+
+    auto *serviceRow = new QHBoxLayout;
+    serviceRow->addWidget(serviceLabel);
+    serviceRow->addWidget(m_serviceName, 1);
+
+    auto *buttonRow = new QHBoxLayout;
+    buttonRow->addStretch(1);
+    buttonRow->addWidget(m_import);
+
+    auto *column = new QVBoxLayout(this);
+    column->addWidget(m_instruction);
+    column->addLayout(serviceRow);
+    column->addWidget(m_list, 1);
+    column->addLayout(buttonRow);
+
+    connect(m_import, &QPushButton::clicked, this, &CRQCRulePage2::importProfile);
+}
+
+void CRQCRulePage2::importProfile()
+{
+    guardAction([this] {
+        const QString path = ui::getOpenFileName(this, QString(), QString(), fileFilter());
+        if (path.isEmpty())
+            return;
+        std::optional<CmsProfile> profile;
+        {
+            BusyCursor busy;
+            profile = readCmsProfile(path);
+        }
+        if (!profile) {
+            ui::error(this, strings::FileBroken);
+            return;
+        }
+        showProfile(*profile);
+    });
+}
+
+void CRQCRulePage2::showProfile(const CmsProfile &profile)
+{
+    m_list->setUpdatesEnabled(false);
+    m_list->clear();
+    for (const CmsScriptRow &row : profile.rows)
+        appendRow(row.scriptFile, row.actionType, row.comment, false);
+    m_list->setUpdatesEnabled(true);
+    m_serviceName->setText(profile.serviceName);
+}
+
+void CRQCRulePage2::appendRow(const QString &scriptFile, const QString &actionType,
+                              const QString &comment, bool checked)
+{
+    auto *item = new QTreeWidgetItem(m_list, {scriptFile, actionType, comment});
+    item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
+    item->setCheckState(0, checked ? Qt::Checked : Qt::Unchecked);
+    item->setIcon(0, images::icon(images::WmiRule));
+    item->setData(0, images::ImageIndexRole, int(images::WmiRule));
+    // The columns are narrow for script paths; the full text is a hover away.
+    for (int c = 0; c < 3; ++c)
+        item->setToolTip(c, item->text(c));
+}
+
+void CRQCRulePage2::loadStoredScripts(const QString &ruleId)
+{
+    guardAction([&] {
+        Reply reply = calls::GetRQCRuleScriptInfo(m_record.service, ruleId);
+        if (reply.failed())
+            return;
+        forEachRow(reply, [this](RowReader &row) {
+            const bool selected = row.integer(QStringLiteral("rule_select")) == 1;
+            const QString script = row.text(QStringLiteral("rule_script"));
+            const QString action = row.text(QStringLiteral("rule_scriptact"));
+            const QString comment = row.text(QStringLiteral("rule_comment"));
+            appendRow(script, action, comment, selected);
+        });
+    });
+}
+
+bool CRQCRulePage2::validatePage()
+{
+    return guardAction([this] { storeToRecord(); });
+}
+
+void CRQCRulePage2::storeToRecord()
+{
+    m_record.serviceName = fitBuffer(m_serviceName->text(), rqcfield::ServiceName);
+    QList<RQCScriptEntry> scripts;
+    scripts.reserve(m_list->topLevelItemCount());
+    for (int i = 0; i < m_list->topLevelItemCount(); ++i) {
+        const QTreeWidgetItem *item = m_list->topLevelItem(i);
+        scripts.append(RQCScriptEntry{fitBuffer(item->text(0), rqcfield::ScriptFile),
+                        fitBuffer(item->text(1), rqcfield::ActionType),
+                        fitBuffer(item->text(2), rqcfield::ScriptComment),
+                        qint16(item->checkState(0) == Qt::Checked ? 1 : 0)});
+    }
+    m_record.scripts = std::move(scripts);
+}
+
+// --- Final ----------------------------------------------------------------------------------
+
+CRQCRulePage3::CRQCRulePage3(RQCRuleRecord &record, std::function<bool()> finish,
+                             QWidget *parent)
+    : QWizardPage(parent), m_record(record), m_finish(std::move(finish))
+{
+    setObjectName(QStringLiteral("finalPage"));
+    setTitle(strings::text(strings::NaqcPage3Title));
+    setSubTitle(strings::text(strings::NaqcPage3Subtitle));
+
+    m_summary = new QPlainTextEdit(this);
+    m_summary->setObjectName(QStringLiteral("summaryEdit"));
+    m_summary->setReadOnly(true);
+    m_summary->setLineWrapMode(QPlainTextEdit::NoWrap);
+    m_summary->setTabStopDistance(m_summary->fontMetrics().horizontalAdvance(u' ') * 4);
+
+    auto *column = new QVBoxLayout(this);
+    column->addWidget(m_summary);
+}
+
+void CRQCRulePage3::initializePage()
+{
+    m_text = rqcSummaryText(m_record);
+    m_summary->setPlainText(QString(m_text).replace(QStringLiteral("\r\n"), QStringLiteral("\n")));
+}
+
+bool CRQCRulePage3::validatePage()
+{
+    return m_finish && m_finish();
+}
+
+// --- The sheet ------------------------------------------------------------------------------
+
+CRQCRuleSheet::CRQCRuleSheet(QWidget *parent, int mode, int ruleId)
+{
+    m_record.service = currentDataService();
+    m_record.propertiesMode = mode == Properties ? 1 : 0;
+
+    if (m_record.propertiesMode == 0) {
+        auto *wizard = new RQCWizard(*this, parent);
+        m_dialog.reset(wizard);
+        wizard->setObjectName(QStringLiteral("rqcRuleWizard"));
+        wizard->setWindowTitle(wizardTitle());
+        wizard->setWizardStyle(QWizard::ModernStyle);
+        wizard->setPixmap(QWizard::LogoPixmap, images::bitmap(images::NaqcWizardHeader));
+        wizard->setOption(QWizard::HaveHelpButton, false);
+        m_page1 = new CRQCRulePage1(m_record, wizard);
+        m_page2 = new CRQCRulePage2(m_record, wizard);
+        m_page3 = new CRQCRulePage3(m_record, [this] { return finish(); }, wizard);
+        wizard->addPage(m_page1);
+        wizard->addPage(m_page2);
+        wizard->addPage(m_page3);
+        wizard->resize(560, 440);
+        return;
+    }
+
+    auto *dialog = new RQCPropertiesDialog(*this, parent);
+    m_dialog.reset(dialog);
+    dialog->setObjectName(QStringLiteral("rqcRuleProperties"));
+    dialog->setWindowTitle(QStringLiteral("NAQCRule Properties"));
+    m_tabs = new QTabWidget(dialog);
+    m_tabs->setObjectName(QStringLiteral("propertyTabs"));
+    m_page1 = new CRQCRulePage1(m_record, m_tabs);
+    m_page2 = new CRQCRulePage2(m_record, m_tabs);
+    m_tabs->addTab(m_page1, QStringLiteral("General"));
+    m_tabs->addTab(m_page2, QStringLiteral("CM Profile"));
+    m_buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, dialog);
+    m_buttons->setObjectName(QStringLiteral("buttonBox"));
+    auto *column = new QVBoxLayout(dialog);
+    column->addWidget(m_tabs);
+    column->addWidget(m_buttons);
+    dialog->resize(520, 420);
+
+    QPushButton *ok = m_buttons->button(QDialogButtonBox::Ok);
+    QObject::connect(m_buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
+    QObject::connect(ok, &QPushButton::clicked, dialog, [this] {
+        if (save())
+            m_dialog->accept();
+    });
+    QObject::connect(m_page1, &QWizardPage::completeChanged, ok,
+                     [this, ok] { ok->setEnabled(m_page1->isComplete()); });
+
+    load(ruleId);
+    ok->setEnabled(m_page1->isComplete());
+}
+
+CRQCRuleSheet::~CRQCRuleSheet() = default;
+
+int CRQCRuleSheet::exec()
+{
+    return m_dialog->exec();
+}
+
+void CRQCRuleSheet::load(int ruleId)
+{
+    m_record.ruleId = ruleIdText(ruleId);
+    guardAction([this] {
+        Reply reply = calls::GetRQCRuleInfo(m_record.service, m_record.ruleId);
+        if (reply.failed())
+            return;
+        RowReader row(reply);
+        if (!row.atEnd()) {
+            m_record.ruleName = fitBuffer(row.text(QStringLiteral("rule_name")), rqcfield::RuleName);
+            m_record.serviceName =
+                fitBuffer(row.text(QStringLiteral("rule_servicename")), rqcfield::ServiceName);
+            m_record.comment = fitBuffer(row.text(QStringLiteral("rule_comment")), rqcfield::Comment);
+        }
+        row.close();
+    });
+    // What was read before a fault counts as loaded, so that it is not taken for a rename.
+    m_loadedName = m_record.ruleName;
+    m_page1->loadFromRecord();
+    m_page2->serviceNameEdit()->setText(m_record.serviceName);
+    m_page2->loadStoredScripts(m_record.ruleId);
+}
+
+bool CRQCRuleSheet::chooseRuleId()
+{
+    RuleIdGenerator generator;
+    const DrawnRuleId drawn =
+        drawUnusedRuleId(m_record.service, category::NAQC, generator, &pauseBeforeNextTry);
+    if (!drawn.accepted())
+        return false;
+    m_record.ruleId = drawn.id.left(int(rqcfield::RuleId - 1));
+    return true;
+}
+
+bool CRQCRuleSheet::finish()
+{
+    if (m_busy)
+        return false;
+    m_busy = true;
+    BusyCursor cursor;
+    bool stored = false;
+    guardAction([this, &stored] {
+        if (!chooseRuleId())
+            return;
+        stored = storeRQCRule(m_record.service, m_record);
+    });
+    m_busy = false;
+    return stored;
+}
+
+bool CRQCRuleSheet::save()
+{
+    if (m_busy)
+        return false;
+    m_busy = true;
+    bool saved = false;
+    guardAction([this, &saved] {
+        m_page1->storeToRecord();
+        m_page2->storeToRecord();
+        DataService *service = m_record.service;
+        if (m_record.ruleName != m_loadedName) {
+            const YesNo taken = calls::CanUseExRuleName(service, m_record.ruleName, category::NAQC);
+            if (taken.failed())
+                return;
+            if (taken.yes) {
+                ui::info(m_dialog.get(), strings::DuplicateRuleName);
+                return;
+            }
+            if (failed(calls::UpdateExRuleNameInRule(service, m_loadedName, m_record.ruleName,
+                                                     category::NAQC)))
+                return;
+        }
+        if (failed(calls::DelRQCRule(service, m_record.ruleId, delmode::BeforeStoreAgain)))
+            return;
+        // The old rule is gone by now; the sheet closes whatever the store answers.
+        storeRQCRule(service, m_record);
+        saved = true;
+    });
+    m_busy = false;
+    return saved;
+}
