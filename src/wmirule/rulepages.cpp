@@ -39,6 +39,7 @@ CWMIRulePage1::CWMIRulePage1(CWMIRuleSheet &sheet) : CWMIRulePage(sheet)
     m_name = new QLineEdit(this);
     m_name->setObjectName(QStringLiteral("nameEdit"));
     m_name->setMaxLength(NameAndCommentLimit);
+    m_name->setToolTip(tr("At most %1 characters").arg(NameAndCommentLimit));
     m_comment = new QLineEdit(this);
     m_comment->setObjectName(QStringLiteral("commentEdit"));
     m_comment->setMaxLength(NameAndCommentLimit);
