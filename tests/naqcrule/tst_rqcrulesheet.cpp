@@ -57,7 +57,6 @@ private Q_SLOTS:
     void importFillsTheList();
     void badInputLeavesThePageAsItWas();
     void leavingCmProfileRebuildsTheRecord();
-    void summaryWithoutCheckedScripts();
     void longTextsAreCutToTheRecord();
     void propertiesFrameAndLoad();
     void propertiesWithoutARecordNeedsAName();
@@ -269,15 +268,6 @@ void TestRQCRuleSheet::leavingCmProfileRebuildsTheRecord()
     wizard->next();
     QCOMPARE(sheet.record().scripts[0].selected, qint16(0));
     QVERIFY(sheet.page3()->summaryText().endsWith("+ Script :\r\nquarantine.cmd\r\n"));
-}
-
-void TestRQCRuleSheet::summaryWithoutCheckedScripts()
-{
-    RQCRuleRecord record;
-    record.ruleName = QStringLiteral("R");
-    record.scripts = {{"a.cmd", "Connect Actions", "", 0}};
-    QVERIFY(rqcSummaryText(record).endsWith(
-        QStringLiteral("+ Service Name : \t\t\t\t\t\t\t\r\n\r\n+ Script :\r\n")));
 }
 
 void TestRQCRuleSheet::longTextsAreCutToTheRecord()
