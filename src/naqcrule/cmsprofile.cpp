@@ -2,6 +2,8 @@
 
 #include "naqcrule/inireader.h"
 
+#include <array>
+
 namespace qarvo {
 
 const QStringList &cmsActionSections()
@@ -35,17 +37,42 @@ QString cmsScriptToken(QStringView commandLine)
     return {};
 }
 
+namespace {
+
+// The keys of one action and of its description, built once and written the way the reader
+// stores keys, so that looking them up costs no more than a hash probe.
+struct ActionKeys
+{
+    QString command;
+    QString description;
+};
+
+const ActionKeys *actionKeys()
+{
+    static const auto keys = [] {
+        std::array<ActionKeys, cms::MaxActionsPerSection> k;
+        for (int n = 0; n < cms::MaxActionsPerSection; ++n)
+            k[n] = {QString::number(n), QString::number(n) + QStringLiteral("&description")};
+        return k;
+    }();
+    return keys.data();
+}
+
+} // namespace
+
 QList<CmsScriptRow> readCmsActionSection(const IniFile &ini, const QString &section)
 {
     QList<CmsScriptRow> rows;
+    const IniFile::Section *entries = ini.section(section);
+    if (!entries)
+        return rows;
+    const ActionKeys *keys = actionKeys();
     for (int n = 0; n < cms::MaxActionsPerSection; ++n) {
-        const QString key = QString::number(n);
-        const QString command = ini.value(section, key, cms::ActionBuffer);
+        const QString command = entries->value(keys[n].command, cms::ActionBuffer);
         if (command.isEmpty())
             break;
-        const QString description =
-            ini.value(section, key + QStringLiteral("&Description"), cms::ActionBuffer);
-        rows.append({cmsScriptToken(command), section, description});
+        rows.append({cmsScriptToken(command), section,
+                     entries->value(keys[n].description, cms::ActionBuffer)});
     }
     return rows;
 }

@@ -57,9 +57,32 @@ QStringView trimmed(QStringView s)
     return s.sliced(b, e - b);
 }
 
+// Names are nearly always ASCII: those are folded in one pass over one copy; anything else
+// goes through full Unicode case folding.
 QString folded(QStringView s)
 {
-    return s.toString().toCaseFolded();
+    QString out = s.toString();
+    char16_t *d = reinterpret_cast<char16_t *>(out.data());
+    bool ascii = true;
+    for (qsizetype i = 0, n = out.size(); i < n; ++i) {
+        if (d[i] >= u'A' && d[i] <= u'Z')
+            d[i] += u'a' - u'A';
+        else if (d[i] >= 0x80)
+            ascii = false;
+    }
+    return ascii ? out : std::move(out).toCaseFolded();
+}
+
+// What a lookup hands back, worked out once when the file is read: the text up to a NUL, as a
+// zero-terminated buffer would hold it, without one pair of surrounding double quotes.
+QString storedValue(QStringView text)
+{
+    const qsizetype nul = text.indexOf(QChar(u'\0'));
+    if (nul >= 0)
+        text = text.first(nul);
+    if (text.size() >= 2 && text.front() == u'"' && text.back() == u'"')
+        text = text.sliced(1, text.size() - 2);
+    return text.toString();
 }
 
 } // namespace
@@ -144,11 +167,12 @@ IniFile IniFile::fromBytes(QByteArrayView bytes)
         const QStringView keyPart = trimmed(eq < 0 ? line : line.first(eq));
         if (keyPart.isEmpty())
             continue;
-        const QString key = folded(keyPart);
-        auto &values = ini.m_sections[current].values;
-        if (values.contains(key))
-            continue;
-        values.insert(key, eq < 0 ? QString() : trimmed(line.sliced(eq + 1)).toString());
+        auto &values = ini.m_sections[current].m_values;
+        // One hash probe: the slot is new exactly when the table grew.
+        const qsizetype before = values.size();
+        QString &slot = values[folded(keyPart)];
+        if (values.size() != before && eq >= 0)
+            slot = storedValue(trimmed(line.sliced(eq + 1)));
     }
     ini.m_sections.squeeze();
     return ini;
@@ -169,23 +193,32 @@ IniFile IniFile::load(const QString &path)
     return fromBytes(bytes);
 }
 
+const IniFile::Section *IniFile::section(QStringView name) const
+{
+    const auto s = m_sectionIndex.constFind(folded(name));
+    return s == m_sectionIndex.constEnd() ? nullptr : &m_sections.at(*s);
+}
+
+QString IniFile::Section::value(const QString &key, qsizetype bufferSize) const
+{
+    // Keys are stored folded, so a key found as given needs no folding of its own; only a miss
+    // pays for it. The copy handed back shares the stored text unless it has to be cut.
+    auto v = m_values.constFind(key);
+    if (v == m_values.constEnd()) {
+        const QString foldedKey = folded(key);
+        if (foldedKey == key)
+            return {};
+        v = m_values.constFind(foldedKey);
+        if (v == m_values.constEnd())
+            return {};
+    }
+    return fitBuffer(*v, bufferSize);
+}
+
 QString IniFile::value(QStringView section, QStringView key, qsizetype bufferSize) const
 {
-    const auto s = m_sectionIndex.constFind(folded(section));
-    if (s == m_sectionIndex.constEnd())
-        return {};
-    const Section &sec = m_sections.at(*s);
-    const auto v = sec.values.constFind(folded(key));
-    if (v == sec.values.constEnd())
-        return {};
-    QStringView text(*v);
-    // Callers of the original lookup got a zero-terminated string.
-    const qsizetype nul = text.indexOf(QChar(u'\0'));
-    if (nul >= 0)
-        text = text.first(nul);
-    if (text.size() >= 2 && text.front() == u'"' && text.back() == u'"')
-        text = text.sliced(1, text.size() - 2);
-    return fitBuffer(text.toString(), bufferSize);
+    const Section *s = this->section(section);
+    return s ? s->value(key.toString(), bufferSize) : QString();
 }
 
 } // namespace qarvo

@@ -28,6 +28,22 @@ public:
     // the way a lookup in a file that cannot be opened gives the default.
     static IniFile load(const QString &path);
 
+    // The entries of one section, looked up without regard to the case of the key.
+    class Section
+    {
+    public:
+        // The value of `key`, or "" when it is missing, cut to bufferSize - 1 characters.
+        QString value(const QString &key, qsizetype bufferSize) const;
+
+    private:
+        friend class IniFile;
+        // Case-folded key -> value, first occurrence kept, already cut at a NUL and unquoted.
+        QHash<QString, QString> m_values;
+    };
+
+    // The first section named `name`, or null when there is none. Valid as long as this file.
+    const Section *section(QStringView name) const;
+
     // The value of `key` in `section`, or "" when either is missing, cut to bufferSize - 1
     // characters.
     QString value(QStringView section, QStringView key, qsizetype bufferSize) const;
@@ -35,10 +51,6 @@ public:
     int sectionCount() const { return int(m_sections.size()); }
 
 private:
-    struct Section
-    {
-        QHash<QString, QString> values; // case-folded key -> value, first occurrence kept
-    };
     QList<Section> m_sections;
     QHash<QString, qsizetype> m_sectionIndex; // case-folded name -> first section of that name
 };
