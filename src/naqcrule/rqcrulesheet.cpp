@@ -19,6 +19,7 @@
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTabWidget>
 #include <QTimer>
 #include <QTreeWidget>
@@ -45,49 +46,48 @@ public:
     BusyCursor &operator=(const BusyCursor &) = delete;
 };
 
-// While the service refuses candidates, a new one can only come up when the clock's second
-// changes. Waiting a little between tries keeps the window painted without letting the user
-// start a second action in the middle of this one.
-bool pauseBeforeNextTry()
+// Both frames of the sheet refuse to close while a store is under way: the store runs inside
+// the button handler and the window must still be there when it returns. While a new id is
+// being searched for, closing (Cancel, Escape, the window's close box) asks the search to stop
+// instead; the sheet closes once it has.
+template <class Frame>
+class RQCFrame : public Frame
 {
-    QEventLoop loop;
-    QTimer::singleShot(20, &loop, &QEventLoop::quit);
-    loop.exec(QEventLoop::ExcludeUserInputEvents);
-    return true;
+public:
+    RQCFrame(CRQCRuleSheet &sheet, QWidget *parent) : Frame(parent), m_sheet(sheet) {}
+    void reject() override
+    {
+        if (m_sheet.searchingId())
+            m_sheet.requestCancel();
+        else
+            Frame::reject();
+    }
+    void done(int result) override
+    {
+        if (!m_sheet.busy())
+            Frame::done(result);
+    }
+
+private:
+    CRQCRuleSheet &m_sheet;
+};
+
+QString withPlainBreaks(QString text)
+{
+    return text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
 }
 
-// Both frames of the sheet refuse to close while a store is under way: the store runs inside
-// the button handler and the window must still be there when it returns.
-class RQCWizard : public QWizard
+// A caption and its line edit, the caption being the edit's keyboard shortcut target.
+std::pair<QLabel *, QLineEdit *> labelledEdit(QWidget *parent, const QString &caption,
+                                              const QString &objectName, qsizetype fieldSize)
 {
-public:
-    RQCWizard(const CRQCRuleSheet &sheet, QWidget *parent) : QWizard(parent), m_sheet(sheet) {}
-    void done(int result) override
-    {
-        if (!m_sheet.busy())
-            QWizard::done(result);
-    }
-
-private:
-    const CRQCRuleSheet &m_sheet;
-};
-
-class RQCPropertiesDialog : public QDialog
-{
-public:
-    RQCPropertiesDialog(const CRQCRuleSheet &sheet, QWidget *parent)
-        : QDialog(parent), m_sheet(sheet)
-    {
-    }
-    void done(int result) override
-    {
-        if (!m_sheet.busy())
-            QDialog::done(result);
-    }
-
-private:
-    const CRQCRuleSheet &m_sheet;
-};
+    auto *label = new QLabel(caption, parent);
+    auto *edit = new QLineEdit(parent);
+    edit->setObjectName(objectName);
+    edit->setMaxLength(int(fieldSize - 1));
+    label->setBuddy(edit);
+    return {label, edit};
+}
 
 } // namespace
 
@@ -100,17 +100,12 @@ CRQCRulePage1::CRQCRulePage1(RQCRuleRecord &record, QWidget *parent)
     setTitle(strings::text(strings::NaqcPage1Title));
     setSubTitle(strings::text(strings::NaqcPage1Subtitle));
 
-    auto *nameLabel = new QLabel(QStringLiteral("Rule Name : "), this);
-    m_name = new QLineEdit(this);
-    m_name->setObjectName(QStringLiteral("ruleNameEdit"));
-    m_name->setMaxLength(int(rqcfield::RuleName - 1));
-    nameLabel->setBuddy(m_name);
-
-    auto *commentLabel = new QLabel(QStringLiteral("Comment : "), this);
-    m_comment = new QLineEdit(this);
-    m_comment->setObjectName(QStringLiteral("commentEdit"));
-    m_comment->setMaxLength(int(rqcfield::Comment - 1));
-    commentLabel->setBuddy(m_comment);
+    QLabel *nameLabel;
+    QLabel *commentLabel;
+    std::tie(nameLabel, m_name) = labelledEdit(this, QStringLiteral("Rule Name : "),
+                                               QStringLiteral("ruleNameEdit"), rqcfield::RuleName);
+    std::tie(commentLabel, m_comment) = labelledEdit(
+        this, QStringLiteral("Comment : "), QStringLiteral("commentEdit"), rqcfield::Comment);
 
     auto *grid = new QGridLayout(this);
     grid->addWidget(nameLabel, 0, 0);
@@ -169,15 +164,14 @@ CRQCRulePage2::CRQCRulePage2(RQCRuleRecord &record, QWidget *parent)
     setTitle(strings::text(strings::NaqcPage2Title));
     setSubTitle(strings::text(strings::NaqcPage2Subtitle));
 
-    m_instruction = new QLabel(QString(instructionText()).replace(QStringLiteral("\r\n"), QStringLiteral("\n")), this);
+    m_instruction = new QLabel(withPlainBreaks(instructionText()), this);
     m_instruction->setObjectName(QStringLiteral("instructionText"));
     m_instruction->setWordWrap(true);
 
-    auto *serviceLabel = new QLabel(QStringLiteral("Service Name"), this);
-    m_serviceName = new QLineEdit(this);
-    m_serviceName->setObjectName(QStringLiteral("serviceNameEdit"));
-    m_serviceName->setMaxLength(int(rqcfield::ServiceName - 1));
-    serviceLabel->setBuddy(m_serviceName);
+    QLabel *serviceLabel;
+    std::tie(serviceLabel, m_serviceName) =
+        labelledEdit(this, QStringLiteral("Service Name"), QStringLiteral("serviceNameEdit"),
+                     rqcfield::ServiceName);
 
     m_list = new QTreeWidget(this);
     m_list->setObjectName(QStringLiteral("scriptList"));
@@ -241,41 +235,52 @@ void CRQCRulePage2::importProfile()
 
 void CRQCRulePage2::showProfile(const CmsProfile &profile)
 {
+    QList<QTreeWidgetItem *> items;
+    items.reserve(profile.rows.size());
+    const QIcon icon = images::icon(images::WmiRule);
+    for (const CmsScriptRow &row : profile.rows)
+        items.append(scriptItem(icon, row.scriptFile, row.actionType, row.comment, false));
     m_list->setUpdatesEnabled(false);
     m_list->clear();
-    for (const CmsScriptRow &row : profile.rows)
-        appendRow(row.scriptFile, row.actionType, row.comment, false);
+    // Added in one batch, the view lays itself out once rather than once per row.
+    m_list->addTopLevelItems(items);
     m_list->setUpdatesEnabled(true);
     m_serviceName->setText(profile.serviceName);
 }
 
-void CRQCRulePage2::appendRow(const QString &scriptFile, const QString &actionType,
-                              const QString &comment, bool checked)
+QTreeWidgetItem *CRQCRulePage2::scriptItem(const QIcon &icon, const QString &scriptFile,
+                                           const QString &actionType, const QString &comment,
+                                           bool checked)
 {
-    auto *item = new QTreeWidgetItem(m_list, {scriptFile, actionType, comment});
+    auto *item = new QTreeWidgetItem({scriptFile, actionType, comment});
     item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
     item->setCheckState(0, checked ? Qt::Checked : Qt::Unchecked);
-    item->setIcon(0, images::icon(images::WmiRule));
+    item->setIcon(0, icon);
     item->setData(0, images::ImageIndexRole, int(images::WmiRule));
     // The columns are narrow for script paths; the full text is a hover away.
     for (int c = 0; c < 3; ++c)
         item->setToolTip(c, item->text(c));
+    return item;
 }
 
-void CRQCRulePage2::loadStoredScripts(const QString &ruleId)
+bool CRQCRulePage2::loadStoredScripts(const QString &ruleId)
 {
-    guardAction([&] {
+    bool complete = false;
+    const bool noFault = guardAction([&] {
         Reply reply = calls::GetRQCRuleScriptInfo(m_record.service, ruleId);
         if (reply.failed())
             return;
-        forEachRow(reply, [this](RowReader &row) {
+        const QIcon icon = images::icon(images::WmiRule);
+        forEachRow(reply, [&](RowReader &row) {
             const bool selected = row.integer(QStringLiteral("rule_select")) == 1;
             const QString script = row.text(QStringLiteral("rule_script"));
             const QString action = row.text(QStringLiteral("rule_scriptact"));
             const QString comment = row.text(QStringLiteral("rule_comment"));
-            appendRow(script, action, comment, selected);
+            m_list->addTopLevelItem(scriptItem(icon, script, action, comment, selected));
         });
+        complete = true;
     });
+    return noFault && complete;
 }
 
 bool CRQCRulePage2::validatePage()
@@ -321,7 +326,7 @@ CRQCRulePage3::CRQCRulePage3(RQCRuleRecord &record, std::function<bool()> finish
 void CRQCRulePage3::initializePage()
 {
     m_text = rqcSummaryText(m_record);
-    m_summary->setPlainText(QString(m_text).replace(QStringLiteral("\r\n"), QStringLiteral("\n")));
+    m_summary->setPlainText(withPlainBreaks(m_text));
 }
 
 bool CRQCRulePage3::validatePage()
@@ -337,7 +342,7 @@ CRQCRuleSheet::CRQCRuleSheet(QWidget *parent, int mode, int ruleId)
     m_record.propertiesMode = mode == Properties ? 1 : 0;
 
     if (m_record.propertiesMode == 0) {
-        auto *wizard = new RQCWizard(*this, parent);
+        auto *wizard = new RQCFrame<QWizard>(*this, parent);
         m_dialog.reset(wizard);
         wizard->setObjectName(QStringLiteral("rqcRuleWizard"));
         wizard->setWindowTitle(wizardTitle());
@@ -354,7 +359,7 @@ CRQCRuleSheet::CRQCRuleSheet(QWidget *parent, int mode, int ruleId)
         return;
     }
 
-    auto *dialog = new RQCPropertiesDialog(*this, parent);
+    auto *dialog = new RQCFrame<QDialog>(*this, parent);
     m_dialog.reset(dialog);
     dialog->setObjectName(QStringLiteral("rqcRuleProperties"));
     dialog->setWindowTitle(QStringLiteral("NAQCRule Properties"));
@@ -378,10 +383,20 @@ CRQCRuleSheet::CRQCRuleSheet(QWidget *parent, int mode, int ruleId)
             m_dialog->accept();
     });
     QObject::connect(m_page1, &QWizardPage::completeChanged, ok,
-                     [this, ok] { ok->setEnabled(m_page1->isComplete()); });
+                     [this, ok] { ok->setEnabled(canSave()); });
 
     load(ruleId);
-    ok->setEnabled(m_page1->isComplete());
+    ok->setEnabled(canSave());
+    if (!m_scriptsLoaded)
+        ok->setToolTip(QStringLiteral("The rule's script entries could not be read in full; "
+                                      "saving now would lose the rest of them."));
+}
+
+bool CRQCRuleSheet::canSave() const
+{
+    // OK deletes the stored rule before storing it again: with only part of its script entries
+    // read, it would store less than it deleted.
+    return m_scriptsLoaded && m_page1->isComplete();
 }
 
 CRQCRuleSheet::~CRQCRuleSheet() = default;
@@ -411,14 +426,41 @@ void CRQCRuleSheet::load(int ruleId)
     m_loadedName = m_record.ruleName;
     m_page1->loadFromRecord();
     m_page2->serviceNameEdit()->setText(m_record.serviceName);
-    m_page2->loadStoredScripts(m_record.ruleId);
+    m_scriptsLoaded = m_page2->loadStoredScripts(m_record.ruleId);
+}
+
+bool CRQCRuleSheet::pauseBeforeNextTry()
+{
+    // While the service refuses candidates, a new one can only come up when the clock's second
+    // changes. The pause keeps the window painted and lets Cancel through; the buttons that
+    // could start a second Finish are held meanwhile.
+    QEventLoop loop;
+    QTimer::singleShot(IdRetryPauseMs, &loop, &QEventLoop::quit);
+    loop.exec();
+    return !m_cancelRequested;
 }
 
 bool CRQCRuleSheet::chooseRuleId()
 {
+    QList<std::pair<QAbstractButton *, bool>> held;
+    if (auto *wizard = qobject_cast<QWizard *>(m_dialog.get())) {
+        for (auto which : {QWizard::BackButton, QWizard::NextButton, QWizard::FinishButton}) {
+            if (QAbstractButton *b = wizard->button(which)) {
+                held.append({b, b->isEnabled()});
+                b->setEnabled(false);
+            }
+        }
+    }
+    m_searchingId = true;
+    m_cancelRequested = false;
+    const auto release = qScopeGuard([&] {
+        m_searchingId = false;
+        for (const auto &[button, enabled] : held)
+            button->setEnabled(enabled);
+    });
     RuleIdGenerator generator;
-    const DrawnRuleId drawn =
-        drawUnusedRuleId(m_record.service, category::NAQC, generator, &pauseBeforeNextTry);
+    const DrawnRuleId drawn = drawUnusedRuleId(m_record.service, category::NAQC, generator,
+                                               [this] { return pauseBeforeNextTry(); });
     if (!drawn.accepted())
         return false;
     m_record.ruleId = drawn.id.left(int(rqcfield::RuleId - 1));
@@ -430,20 +472,25 @@ bool CRQCRuleSheet::finish()
     if (m_busy)
         return false;
     m_busy = true;
-    BusyCursor cursor;
     bool stored = false;
     guardAction([this, &stored] {
         if (!chooseRuleId())
             return;
+        BusyCursor cursor;
         stored = storeRQCRule(m_record.service, m_record);
     });
     m_busy = false;
+    if (m_cancelRequested) {
+        // The administrator gave up on the search: nothing was stored, the sheet closes.
+        m_cancelRequested = false;
+        m_dialog->done(QDialog::Rejected);
+    }
     return stored;
 }
 
 bool CRQCRuleSheet::save()
 {
-    if (m_busy)
+    if (m_busy || !canSave())
         return false;
     m_busy = true;
     bool saved = false;

@@ -13,12 +13,14 @@
 
 class QDialog;
 class QDialogButtonBox;
+class QIcon;
 class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
 class QPushButton;
 class QTabWidget;
 class QTreeWidget;
+class QTreeWidgetItem;
 
 namespace qarvo {
 struct CmsProfile;
@@ -62,8 +64,9 @@ public:
     // leaves the page as it was.
     void importProfile();
     void showProfile(const qarvo::CmsProfile &profile);
-    // Properties mode: the script entries stored with the rule.
-    void loadStoredScripts(const QString &ruleId);
+    // Properties mode: the script entries stored with the rule. False when they could not be
+    // read in full (a failed call or a fault part-way); an empty set is read in full.
+    bool loadStoredScripts(const QString &ruleId);
     void storeToRecord();
 
     QLineEdit *serviceNameEdit() const { return m_serviceName; }
@@ -71,8 +74,9 @@ public:
     QPushButton *importButton() const { return m_import; }
 
 private:
-    void appendRow(const QString &scriptFile, const QString &actionType, const QString &comment,
-                   bool checked);
+    static QTreeWidgetItem *scriptItem(const QIcon &icon, const QString &scriptFile,
+                                       const QString &actionType, const QString &comment,
+                                       bool checked);
 
     qarvo::RQCRuleRecord &m_record;
     QLabel *m_instruction;
@@ -130,10 +134,19 @@ public:
     bool save();
 
     bool busy() const { return m_busy; }
+    // True while Finish is looking for an id the service accepts; closing the wizard then asks
+    // the search to stop.
+    bool searchingId() const { return m_searchingId; }
+    void requestCancel() { m_cancelRequested = true; }
+    // Properties mode: OK is offered only with a name and every stored script entry read.
+    bool canSave() const;
+
+    static constexpr int IdRetryPauseMs = 20;
 
 private:
     void load(int ruleId);
     bool chooseRuleId();
+    bool pauseBeforeNextTry();
 
     qarvo::RQCRuleRecord m_record;
     QString m_loadedName;
@@ -144,4 +157,7 @@ private:
     CRQCRulePage2 *m_page2 = nullptr;
     CRQCRulePage3 *m_page3 = nullptr;
     bool m_busy = false;
+    bool m_searchingId = false;
+    bool m_cancelRequested = false;
+    bool m_scriptsLoaded = true;
 };
