@@ -77,6 +77,18 @@ QString withPlainBreaks(QString text)
     return text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
 }
 
+// A script row. The columns are narrow for script paths, so each cell's full text is its
+// tooltip; answering that from the text saves storing every text twice.
+class ScriptItem : public QTreeWidgetItem
+{
+public:
+    using QTreeWidgetItem::QTreeWidgetItem;
+    QVariant data(int column, int role) const override
+    {
+        return QTreeWidgetItem::data(column, role == Qt::ToolTipRole ? int(Qt::DisplayRole) : role);
+    }
+};
+
 // A caption and its line edit, the caption being the edit's keyboard shortcut target.
 std::pair<QLabel *, QLineEdit *> labelledEdit(QWidget *parent, const QString &caption,
                                               const QString &objectName, qsizetype fieldSize)
@@ -252,14 +264,11 @@ QTreeWidgetItem *CRQCRulePage2::scriptItem(const QIcon &icon, const QString &scr
                                            const QString &actionType, const QString &comment,
                                            bool checked)
 {
-    auto *item = new QTreeWidgetItem({scriptFile, actionType, comment});
+    auto *item = new ScriptItem(QStringList{scriptFile, actionType, comment});
     item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
     item->setCheckState(0, checked ? Qt::Checked : Qt::Unchecked);
     item->setIcon(0, icon);
     item->setData(0, images::ImageIndexRole, int(images::WmiRule));
-    // The columns are narrow for script paths; the full text is a hover away.
-    for (int c = 0; c < 3; ++c)
-        item->setToolTip(c, item->text(c));
     return item;
 }
 
