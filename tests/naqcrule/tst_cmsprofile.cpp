@@ -1,6 +1,7 @@
 #include "naqcrule/cmsprofile.h"
 #include "naqcrule/inireader.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -44,6 +45,7 @@ private Q_SLOTS:
     void scriptToken();
     void sectionOrderNumberingAndLimits();
     void badFiles();
+    void fuzzCorpusReplays();
 };
 
 void TestCmsProfile::lookupRules_data()
@@ -210,6 +212,25 @@ void TestCmsProfile::badFiles()
     QVERIFY(huge);
     QCOMPARE(huge->serviceName.size(), 255);
     QCOMPARE(huge->rows[0].scriptFile.size(), 2047 - 2);
+}
+
+// Every input that once widened the fuzzer's reach keeps being read in ordinary runs.
+void TestCmsProfile::fuzzCorpusReplays()
+{
+    const QDir corpus(qEnvironmentVariable("QARVO_SOURCE_DIR") + QStringLiteral("/fuzz/naqcrule/corpus"));
+    const QStringList files = corpus.entryList(QDir::Files, QDir::Name);
+    QVERIFY2(files.size() >= 5, qPrintable(corpus.path()));
+    int profiles = 0;
+    for (const QString &name : files) {
+        const auto profile = readCmsProfile(corpus.filePath(name));
+        profiles += profile ? 1 : 0;
+        QVERIFY2(!profile || profile->serviceName.size() < cms::ServiceNameBuffer, qPrintable(name));
+        for (const CmsScriptRow &row : profile ? profile->rows : QList<CmsScriptRow>()) {
+            QVERIFY2(cmsActionSections().contains(row.actionType), qPrintable(name));
+            QVERIFY(row.scriptFile.size() < cms::ActionBuffer && row.comment.size() < cms::ActionBuffer);
+        }
+    }
+    QVERIFY(profiles > 0);
 }
 
 QTEST_GUILESS_MAIN(TestCmsProfile)
