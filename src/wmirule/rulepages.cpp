@@ -144,9 +144,10 @@ CWMIRulePage2::CWMIRulePage2(CWMIRuleSheet &sheet) : CWMIRulePage(sheet)
     connect(m_list, &CWMIRuleListViewer::rowClickState, m_delete, &QWidget::setEnabled);
 }
 
-void CWMIRulePage2::loadFromService()
+bool CWMIRulePage2::loadFromService()
 {
-    guardAction([this] {
+    bool complete = false;
+    guardAction([this, &complete] {
         Reply reply = calls::GetWMIRuleInfo(m_sheet.record().service, m_sheet.record().ruleId);
         if (reply.failed())
             return;
@@ -162,8 +163,10 @@ void CWMIRulePage2::loadFromService()
             const QString conjunction = conjunctionFromStored(op);
             m_list->appendRow(conjunction, imageForConjunction(conjunction), t);
         });
+        complete = true;
     });
     setButtons();
+    return complete;
 }
 
 void CWMIRulePage2::activate()
