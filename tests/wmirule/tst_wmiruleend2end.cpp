@@ -142,7 +142,7 @@ void TestWmiRuleEndToEnd::rulesLiveThroughTheControl()
     QVERIFY(detailRows(down).join('\n').contains("SELECT * FROM Win32_Process WHERE Name = 'notepad.exe'"));
 
     // Properties from the list: rename the WQL rule and give it a second condition.
-    editors.wqlAnswers = {wqlValue("Name", "Win32_Service", "", "Started", "boolean", "=", "TRUE")};
+    editors.wqlAnswers = {wqlCondition("Name", "Win32_Service", "", "Started", "boolean", "=", "TRUE")};
     whenModalShown([](QWidget *modal) {
         QCOMPARE(modal->windowTitle(), QStringLiteral("Properties"));
         QCOMPARE(modal->findChild<QTabWidget *>("sheetTabs")->tabText(1), QStringLiteral("WQL"));
