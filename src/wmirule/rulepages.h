@@ -23,7 +23,7 @@ class QARVO_EXPORT CWMIRulePage : public QWizardPage
 {
     Q_OBJECT
 public:
-    explicit CWMIRulePage(CWMIRuleSheet &sheet);
+    CWMIRulePage(CWMIRuleSheet &sheet, const QString &objectName, int titleId, int subTitleId);
     virtual void activate() {}
 
 protected:
