@@ -283,7 +283,6 @@ private Q_SLOTS:
 
         QPointer<CListViewerCombo> combo = openCombo(w.list(), 2);
         QVERIFY(combo);
-        QCOMPARE(combo->objectName(), QStringLiteral("inPlaceCombo"));
         QCOMPARE(combo->row(), 2);
         const QRect cell = w.list()->cellRect(2, column::Op);
         QCOMPARE(combo->geometry(), QRect(cell.left(), cell.top() - 3, cell.width(), combo->height()));
@@ -402,42 +401,6 @@ private Q_SLOTS:
         QTest::mouseDClick(w.list()->viewport(), Qt::LeftButton, {}, belowTheRows(w.list()));
         QCOMPARE(editors.wmiSeen.size(), 2); // empty space opens nothing
         QVERIFY(editors.wqlSeen.isEmpty());
-    }
-
-    void doubleClickReopensTheWQLEditorWithTheQueryTakenApart()
-    {
-        ScriptedEditors editors;
-        WizardOnPage2 w(RuleKind::WQL);
-        editors.wqlAnswers = {wqlCount("*", "Win32_Process", " \tName = 'a.exe' ", "<", "2"),
-                              wqlCondition("FreeSpace, Size", "Win32_LogicalDisk", "", "FreeSpace",
-                                           "uint64", ">", "1024")};
-        w.add(2);
-        QCOMPARE(w.list()->rowTexts(0),
-                 (ConditionTexts{"root\\cimv2", "SELECT * FROM Win32_Process WHERE Name = 'a.exe' ",
-                                 "#Count", "uint8", "<", "2"}));
-        QCOMPARE(w.list()->rowTexts(1),
-                 (ConditionTexts{"root\\cimv2", "SELECT FreeSpace, Size FROM Win32_LogicalDisk",
-                                 "FreeSpace", "uint64", ">", "1024"}));
-        editors.wqlSeen.clear();
-
-        editors.wqlAnswers = {wqlCondition("Name", "Win32_Service", "StartMode = 'Auto'", "State",
-                                           "string", "=", "Running")};
-        clickCell(w.list(), 0, column::NameSpace, true);
-        clickCell(w.list(), 1, column::Value, true);
-        QCOMPARE(editors.wqlSeen.size(), 2);
-        const WQLCondition count = *editors.wqlSeen[0];
-        QCOMPARE(QStringList({count.select, count.from, count.where, count.op, count.count}),
-                 QStringList({"*", "Win32_Process", "Name = 'a.exe' ", "<", "2"}));
-        QCOMPARE(count.mode, 1);
-        const WQLCondition value = *editors.wqlSeen[1];
-        QCOMPARE(QStringList({value.select, value.from, value.where, value.field, value.fieldType,
-                              value.value}),
-                 QStringList({"FreeSpace, Size", "Win32_LogicalDisk", "", "FreeSpace", "uint64", "1024"}));
-        QCOMPARE(value.mode, 2);
-        QCOMPARE(w.list()->rowTexts(0),
-                 (ConditionTexts{"root\\cimv2", "SELECT Name FROM Win32_Service WHERE StartMode = 'Auto'",
-                                 "State", "string", "=", "Running"}));
-        QCOMPARE(opColumn(w.list()), QStringList({"EQ/11", "AND/13"}));
     }
 
     void summaryColumnsFollowTheFirstShowing()

@@ -351,63 +351,45 @@ private Q_SLOTS:
         QCOMPARE(p.sheet.window()->result(), int(QDialog::Accepted));
     }
 
-    void propertiesRenameIsCheckedCaseSensitively()
-    {
-        RecordingService s;
-        MessageCatcher messages;
-        {
-            Properties p(s, RuleKind::WMI, 9, {{"Disk", "", 0, "ns", "C", "F", "string", "=", "v"}});
-            p.sheet.page1()->nameEdit()->setText("DISK");
-            s.clear();
-            p.ok();
-            QCOMPARE(s.signatures().mid(0, 3),
-                     QStringList({"CanUseExRuleName(text:DISK, short:6)",
-                                  "UpdateExRuleNameInRule(text:Disk, text:DISK, short:6)",
-                                  "DelWMIRule(text:000000009, short:2)"}));
-            QCOMPARE(std::get<QString>(s.calls()[3].args[1]), QStringLiteral("DISK"));
-            QVERIFY(!p.open());
-        }
-        s.script("CanUseExRuleName", answer(-1));
-        Properties p(s, RuleKind::WMI, 9, {{"Disk", "", 0, "ns", "C", "F", "string", "=", "v"}});
-        p.sheet.page1()->nameEdit()->setText("Other");
-        s.clear();
-        p.ok();
-        QCOMPARE(s.signatures(), QStringList({"CanUseExRuleName(text:Other, short:6)"}));
-        QCOMPARE(messages.texts(), QStringList{Taken});
-        QVERIFY(p.open());
-    }
-
     void propertiesStopWhereTheServiceFails_data()
     {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("taken");
         QTest::addColumn<int>("failing");
         QTest::addColumn<bool>("closes");
-        QTest::newRow("CanUseExRuleName") << 0 << false;
-        QTest::newRow("UpdateExRuleNameInRule") << 1 << false;
-        QTest::newRow("DelWMIRule") << 2 << false;
-        QTest::newRow("first AddWMIRule") << 3 << true;
-        QTest::newRow("second AddWMIRule") << 4 << true;
-        QTest::newRow("nothing") << 99 << true;
+        QTest::newRow("case-only rename") << "OLD" << false << 99 << true;
+        QTest::newRow("name taken") << "Other" << true << 99 << false;
+        const char *names[] = {"CanUseExRuleName", "UpdateExRuleNameInRule", "DelWMIRule",
+                               "first AddWMIRule", "second AddWMIRule"};
+        for (int i = 0; i < 5; ++i)
+            QTest::addRow("%s fails", names[i]) << "New" << false << i << (i > 2);
     }
 
     void propertiesStopWhereTheServiceFails()
     {
+        QFETCH(QString, name);
+        QFETCH(bool, taken);
         QFETCH(int, failing);
         QFETCH(bool, closes);
         RecordingService s;
+        s.script("CanUseExRuleName", answer(taken ? -1 : 0));
         MessageCatcher messages;
         QVariantList second = OldRow;
         second[2] = 1;
         Properties p(s, RuleKind::WMI, 77, {OldRow, second});
-        p.sheet.page1()->nameEdit()->setText("New");
+        p.sheet.page1()->nameEdit()->setText(name);
         s.clear();
         s.failCall(failing);
         p.ok();
         const QStringList order{"CanUseExRuleName", "UpdateExRuleNameInRule", "DelWMIRule",
                                 "AddWMIRule", "AddWMIRule"};
-        QCOMPARE(s.methods(), order.mid(0, failing + 1));
+        QCOMPARE(s.methods(), order.mid(0, taken ? 1 : failing + 1));
+        QCOMPARE(s.signatures()[0], "CanUseExRuleName(text:" + name + ", short:6)");
+        if (s.calls().size() > 3)
+            QCOMPARE(std::get<QString>(s.calls()[3].args[1]), name);
         QCOMPARE(p.open(), !closes);
-        QVERIFY(messages.messages.isEmpty());
-        if (closes)
+        QCOMPARE(messages.texts(), taken ? QStringList{Taken} : QStringList());
+        if (closes || taken)
             return;
         // A second OK renames from the name as loaded again.
         const qsizetype before = s.calls().size();
@@ -421,71 +403,53 @@ private Q_SLOTS:
 
     void propertiesOfAnIncompleteLoadCannotBeStored_data()
     {
-        QTest::addColumn<bool>("namesFail");
-        QTest::addColumn<bool>("rowsFail");
+        QTest::addColumn<int>("failing"); // GetWMIRuleInfo call that fails, -1 none
         QTest::addColumn<int>("faultAt"); // field read that throws while reading the conditions
         QTest::addColumn<int>("rowsShown");
-        QTest::newRow("name and comment cannot be read") << true << false << -1 << 2;
-        QTest::newRow("conditions cannot be read") << false << true << -1 << 0;
-        QTest::newRow("fault in the second condition") << false << false << 9 << 1;
+        QTest::newRow("name and comment cannot be read") << 0 << -1 << 2;
+        QTest::newRow("conditions cannot be read") << 1 << -1 << 0;
+        QTest::newRow("fault in the second condition") << -1 << 9 << 1;
+        // A rule without conditions is read completely: OK follows the page rules.
+        QTest::newRow("nothing stored") << -1 << -1 << 0;
     }
 
     void propertiesOfAnIncompleteLoadCannotBeStored()
     {
-        QFETCH(bool, namesFail);
-        QFETCH(bool, rowsFail);
+        QFETCH(int, failing);
         QFETCH(int, faultAt);
         QFETCH(int, rowsShown);
+        const bool complete = failing < 0 && faultAt < 0;
         RecordingService s;
         QVariantList second = OldRow;
         second[2] = 1;
-        const ScriptedReply rule = storedRule({OldRow, second});
-        ScriptedReply rows = rowsFail ? ScriptedReply::failure() : rule;
+        ScriptedReply rows = storedRule(rowsShown || !complete ? QList<QVariantList>{OldRow, second}
+                                                               : QList<QVariantList>{});
         rows.faultAtFieldRead = faultAt;
-        s.scriptOnce("GetWMIRuleInfo", namesFail ? ScriptedReply::failure() : rule);
-        s.scriptOnce("GetWMIRuleInfo", rows);
+        s.scriptOnce("GetWMIRuleInfo", failing == 0 ? ScriptedReply::failure() : rows);
+        s.scriptOnce("GetWMIRuleInfo", failing == 1 ? ScriptedReply::failure() : rows);
         useService(&s);
         CWMIRuleSheet sheet(nullptr, RuleKind::WMI, SheetMode::Properties, "WMIRule Properties", 5);
         sheet.window()->show();
         QCOMPARE(sheet.page2()->list()->rowCount(), rowsShown);
-        QVERIFY(!sheet.loadedCompletely());
-        QVERIFY(!sheet.okButton()->isEnabled());
-        QVERIFY(!sheet.okButton()->toolTip().isEmpty());
+        QCOMPARE(sheet.loadedCompletely(), complete);
+        QCOMPARE(sheet.okButton()->isEnabled(), rowsShown > 0 && complete);
+        QCOMPARE(sheet.okButton()->toolTip().isEmpty(), complete);
 
-        // Nothing the user does turns OK on, and storing anyway sends nothing: deleting first
-        // would leave the rule with only the conditions that were read.
+        // Only a complete load lets OK on: storing deletes first and would otherwise leave the
+        // rule with only the conditions that were read.
         sheet.page1()->nameEdit()->setText("Renamed");
         ScriptedEditors editors;
         editors.wmiAnswers = {wmiCondition("A", "F", "uint8", "=", "1")};
         sheet.page2()->addButton()->click();
-        QVERIFY(!sheet.okButton()->isEnabled());
+        QCOMPARE(sheet.okButton()->isEnabled(), complete);
         s.clear();
-        sheet.storeProperties();
-        QVERIFY(s.calls().isEmpty());
-        QVERIFY(sheet.window()->isVisible());
-        QTest::keyClick(sheet.window(), Qt::Key_Return);
-        QVERIFY(s.calls().isEmpty());
-    }
-
-    void propertiesOfARuleWithoutConditions()
-    {
-        // Nothing stored under the id: empty row sets, a complete load. OK follows the page rules.
-        RecordingService s;
-        useService(&s);
-        CWMIRuleSheet sheet(nullptr, RuleKind::WMI, SheetMode::Properties, "WMIRule Properties", 5);
-        sheet.window()->show();
-        QVERIFY(sheet.loadedCompletely());
-        QCOMPARE(sheet.page2()->list()->rowCount(), 0);
-        QVERIFY(!sheet.okButton()->isEnabled());
-        sheet.page1()->nameEdit()->setText("Named");
-        ScriptedEditors editors;
-        editors.wmiAnswers = {wmiCondition("A", "F", "uint8", "=", "1")};
-        sheet.page2()->addButton()->click();
-        QVERIFY(sheet.okButton()->isEnabled());
-        s.clear();
-        sheet.okButton()->click();
-        QCOMPARE(s.methods(), QStringList({"CanUseExRuleName", "UpdateExRuleNameInRule",
-                                           "DelWMIRule", "AddWMIRule"}));
+        QTest::keyClick(sheet.window(), Qt::Key_Return); // OK is the default button
+        if (!complete)
+            sheet.storeProperties();
+        QCOMPARE(s.methods(), complete ? QStringList({"CanUseExRuleName", "UpdateExRuleNameInRule",
+                                                      "DelWMIRule", "AddWMIRule"})
+                                       : QStringList());
+        QCOMPARE(sheet.window()->isVisible(), !complete);
     }
 
     void controlMembersReturnTwoOrOne()
