@@ -46,11 +46,6 @@ QStringList childTexts(const ClassTree &tree, int node)
     return out;
 }
 
-QString sourceCatalogue()
-{
-    return qEnvironmentVariable("QARVO_SOURCE_DIR") + QStringLiteral("/data/catalogue");
-}
-
 } // namespace
 
 class TestCatalogue : public QObject
@@ -152,87 +147,61 @@ private Q_SLOTS:
     }
 
 
-    void fieldFileByCaseSensitivePrefix_data()
+    // Field file choice (by case-sensitive prefix), field lines (name|type|value map|units) and
+    // description unescaping, one rule per row.
+    void lineRules_data()
     {
-        QTest::addColumn<QString>("className");
-        QTest::addColumn<QString>("file");
-        QTest::newRow("win32") << "Win32_Service" << "win32.dat";
-        QTest::newRow("cim") << "CIM_DataFile" << "cim.dat";
-        QTest::newRow("lower win32") << "win32_service" << "other.dat";
-        QTest::newRow("lower cim") << "cim_DataFile" << "other.dat";
-        QTest::newRow("prefix only without underscore") << "Win32Service" << "other.dat";
-        QTest::newRow("other") << "AntiVirusProduct" << "other.dat";
-        QTest::newRow("empty") << "" << "other.dat";
-    }
-
-
-    void fieldFileByCaseSensitivePrefix()
-    {
-        QFETCH(QString, className);
-        QFETCH(QString, file);
-        QCOMPARE(FieldFileFor(className), QStringLiteral("data") + QDir::separator() + file);
-    }
-
-
-    void fieldLine_data()
-    {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<QStringList>("expected"); // name, type, valueMap, units
-
-        QTest::newRow("plain") << "uint32 ProcessId;" << QStringList{"ProcessId", "uint32", "", ""};
-        QTest::newRow("array") << "string Dependencies[];"
-                               << QStringList{"Dependencies[]", "string", "", ""};
-        QTest::newRow("reference") << "CIM_DataFile Ref Target;"
-                                   << QStringList{"Target", "CIM_DataFile Ref", "", ""};
-        QTest::newRow("Ref at position 0 is no reference")
-            << " Ref Target;" << QStringList{"Ref Target", "", "", ""};
-        QTest::newRow("value map")
-            << R"(string StartMode;ValueMap{"Boot", "Auto"} trailing)"
-            << QStringList{"StartMode", "string", R"(ValueMap{"Boot", "Auto"})", ""};
-        QTest::newRow("units then value map")
-            << R"(uint64 Size;Units("bytes") ValueMap{"0"})"
-            << QStringList{"Size", "uint64", R"(ValueMap{"0"})", R"(Units("bytes"))"};
-        QTest::newRow("no semicolon") << "uint32 Count" << QStringList{"", "uint32", "", ""};
-        QTest::newRow("no space") << "uint32" << QStringList{"", "uint32", "", ""};
-        QTest::newRow("unclosed qualifiers")
-            << R"(string A;ValueMap{"x" Units("y")"
-            << QStringList{"A", "string", R"(ValueMap{"x" Units("y")", R"(Units("y")"};
-        QTest::newRow("empty") << "" << QStringList{"", "", "", ""};
-    }
-
-
-    void fieldLine()
-    {
-        QFETCH(QString, line);
-        QFETCH(QStringList, expected);
-        const FieldRecord f = parseFieldLine(line);
-        QCOMPARE(QStringList({f.name, f.type, f.valueMap, f.units}), expected);
-    }
-
-
-    void unescape_data()
-    {
-        QTest::addColumn<QString>("text");
+        QTest::addColumn<char>("rule");
+        QTest::addColumn<QString>("input");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("line break") << R"(one\ntwo)" << "one\r\ntwo";
-        QTest::newRow("tab is three spaces") << R"(a\tb)" << "a   b";
-        QTest::newRow("backslash") << R"(C:\\Windows\\n)" << R"(C:\Windows\n)";
-        QTest::newRow("quote") << R"(say \"hi\")" << R"(say "hi")";
-        QTest::newRow("other escapes drop the backslash") << R"(a\qb)" << "aqb";
-        QTest::newRow("leading backslash kept") << R"(\nstart)" << R"(\nstart)";
-        QTest::newRow("leading backslash, escape after it") << R"(\\n)" << "\\\r\n";
-        QTest::newRow("trailing backslash") << R"(end\)" << R"(end\)";
-        QTest::newRow("empty") << "" << "";
+        auto row = [](const char *name, char rule, const QString &in, const QString &out) {
+            QTest::newRow(name) << rule << in << out;
+        };
+        row("file win32", 'f', "Win32_Service", "win32.dat");
+        row("file cim", 'f', "CIM_DataFile", "cim.dat");
+        row("file lower win32", 'f', "win32_service", "other.dat");
+        row("file lower cim", 'f', "cim_DataFile", "other.dat");
+        row("file prefix without underscore", 'f', "Win32Service", "other.dat");
+        row("file other", 'f', "AntiVirusProduct", "other.dat");
+        row("file empty", 'f', "", "other.dat");
+        row("field plain", 'l', "uint32 ProcessId;", "ProcessId|uint32||");
+        row("field array", 'l', "string Dependencies[];", "Dependencies[]|string||");
+        row("field reference", 'l', "CIM_DataFile Ref Target;", "Target|CIM_DataFile Ref||");
+        row("field Ref at position 0 is no reference", 'l', " Ref Target;", "Ref Target|||");
+        row("field value map", 'l', R"(string StartMode;ValueMap{"Boot", "Auto"} trailing)",
+            R"(StartMode|string|ValueMap{"Boot", "Auto"}|)");
+        row("field units then value map", 'l', R"(uint64 Size;Units("bytes") ValueMap{"0"})",
+            R"(Size|uint64|ValueMap{"0"}|Units("bytes"))");
+        row("field no semicolon", 'l', "uint32 Count", "|uint32||");
+        row("field no space", 'l', "uint32", "|uint32||");
+        row("field unclosed qualifiers", 'l', R"(string A;ValueMap{"x" Units("y")",
+            R"(A|string|ValueMap{"x" Units("y"|Units("y")");
+        row("field empty", 'l', "", "|||");
+        row("unescape line break", 'u', R"(one\ntwo)", "one\r\ntwo");
+        row("unescape tab is three spaces", 'u', R"(a\tb)", "a   b");
+        row("unescape backslash", 'u', R"(C:\\Windows\\n)", R"(C:\Windows\n)");
+        row("unescape quote", 'u', R"(say \"hi\")", R"(say "hi")");
+        row("unescape others drop the backslash", 'u', R"(a\qb)", "aqb");
+        row("unescape leading backslash kept", 'u', R"(\nstart)", R"(\nstart)");
+        row("unescape leading backslash, escape after it", 'u', R"(\\n)", "\\\r\n");
+        row("unescape trailing backslash", 'u', R"(end\)", R"(end\)");
+        row("unescape empty", 'u', "", "");
     }
 
-
-    void unescape()
+    void lineRules()
     {
-        QFETCH(QString, text);
+        QFETCH(char, rule);
+        QFETCH(QString, input);
         QFETCH(QString, expected);
-        QCOMPARE(unescapeDescription(text), expected);
+        if (rule == 'f') {
+            QCOMPARE(FieldFileFor(input), QStringLiteral("data") + QDir::separator() + expected);
+        } else if (rule == 'l') {
+            const FieldRecord f = parseFieldLine(input);
+            QCOMPARE(QStringList({f.name, f.type, f.valueMap, f.units}).join(u'|'), expected);
+        } else {
+            QCOMPARE(unescapeDescription(input), expected);
+        }
     }
-
 
     void classBlock()
     {
@@ -451,7 +420,7 @@ private Q_SLOTS:
 
     void shippedCatalogueLoadsCompletely()
     {
-        for (const QString &root : {sourceCatalogue(), shippedCatalogueDirectory()}) {
+        for (const QString &root : {qEnvironmentVariable("QARVO_SOURCE_DIR") + "/data/catalogue", shippedCatalogueDirectory()}) {
             MessageCatcher catcher;
             ClassTree tree;
             QVERIFY2(LoadClassList(root, tree), qPrintable(root));

@@ -3,6 +3,7 @@
 // Shared by the rule sheet suites: scripted condition editors, a module-wide data service,
 // stored rules as GetWMIRuleInfo hands them out, and small readers of the lists.
 
+#include "../conditions/dlghelpers.h"
 #include "conditions/editors.h"
 #include "control/qarvoctrl.h"
 #include "dataservice/dataservice.h"
@@ -136,31 +137,5 @@ struct WizardOnPage2
     }
     CWMIRuleSheet sheet;
 };
-
-// Renders `w` and, when QARVO_SCREENSHOT_DIR is set, keeps the picture there to be looked at.
-inline void screenshot(QWidget *w, const QString &name)
-{
-    const QPixmap picture = w->grab();
-    QVERIFY2(picture.width() >= 20 && picture.height() >= 20, qPrintable(name));
-    const QString dir = qEnvironmentVariable("QARVO_SCREENSHOT_DIR");
-    if (!dir.isEmpty())
-        QVERIFY(picture.save(dir + u'/' + name + QStringLiteral(".png")));
-}
-
-template<typename T>
-T *child(QWidget *parent, const char *name)
-{
-    T *w = parent->findChild<T *>(QLatin1String(name));
-    if (!w)
-        qWarning("no child %s", name);
-    return w;
-}
-
-inline void choose(QComboBox *combo, const QString &text)
-{
-    const int i = combo->findText(text);
-    QVERIFY2(i >= 0, qPrintable(text));
-    combo->setCurrentIndex(i);
-}
 
 } // namespace qarvo::test

@@ -136,13 +136,13 @@ private Q_SLOTS:
                                   wqlCondition("FreeSpace", "Win32_LogicalDisk", "DeviceID = 'C:'",
                                                "FreeSpace", "uint64", ">", "1073741824")};
             sheet.page1()->nameEdit()->setText("Checked at every connection");
-            screenshot(wizard, name + "1");
+            maybeScreenshot(wizard, name + "1");
             wizard->next();
             for (int i = 0; i < 2; ++i)
                 sheet.page2()->addButton()->click();
-            screenshot(wizard, name + "2");
+            maybeScreenshot(wizard, name + "2");
             wizard->next();
-            screenshot(wizard, name + "3");
+            maybeScreenshot(wizard, name + "3");
         }
         m_service.script("GetWMIRuleInfo",
                          storedRule({{"Stored", "Loaded", 0, "root\\cimv2", "C", "F", "string", "=", "v"},
@@ -162,9 +162,9 @@ private Q_SLOTS:
         CWMIRuleListViewer *list = sheet.page2()->list();
         QCOMPARE(::headers(list), columns);
         QCOMPARE(::widths(list), widths);
-        screenshot(sheet.window(), tab.toLower() + "-properties-1");
+        maybeScreenshot(sheet.window(), tab.toLower() + "-properties-1");
         sheet.tabs()->setCurrentIndex(1);
-        screenshot(sheet.window(), tab.toLower() + "-properties-2");
+        maybeScreenshot(sheet.window(), tab.toLower() + "-properties-2");
         QVERIFY(!list->header()->stretchLastSection());
         QCOMPARE(list->selectionBehavior(), QAbstractItemView::SelectRows);
         QCOMPARE(m_service.signatures(), QStringList(2, "GetWMIRuleInfo(text:000000007, slot)"));
@@ -334,10 +334,10 @@ private Q_SLOTS:
 
         // Choosing in the drop-down itself.
         combo = openCombo(w.list(), 2);
-        screenshot(w.sheet.wizard(), "wmi-wizard-2-combo");
+        maybeScreenshot(w.sheet.wizard(), "wmi-wizard-2-combo");
         combo->showPopup();
         QTRY_VERIFY(combo->view()->isVisible());
-        screenshot(combo->view()->window(), "wmi-wizard-2-dropdown");
+        maybeScreenshot(combo->view()->window(), "wmi-wizard-2-dropdown");
         combo->view()->setCurrentIndex(combo->model()->index(1, 0));
         QTest::keyClick(combo->view(), Qt::Key_Return);
         QTRY_VERIFY(!combo);
@@ -427,7 +427,7 @@ private Q_SLOTS:
         CWMIRuleSheet props(nullptr, RuleKind::WQL, SheetMode::Properties, "WQLRule Properties", 4);
         props.page3()->activate();
         props.page3()->resize(520, 300);
-        screenshot(props.page3(), "wql-properties-3-unshown");
+        maybeScreenshot(props.page3(), "wql-properties-3-unshown");
         QCOMPARE(headers(props.page3()->summary()),
                  QStringList({"", "OP", "NameSpace", "WMI Class", "Field", "Type", "Eq", "Value"}));
         QCOMPARE(widths(props.page3()->summary()), QList<int>({20, 50, 100, 80, 80, 50, 30, 80}));
