@@ -292,7 +292,6 @@ private Q_SLOTS:
         QVERIFY(combo->view()->minimumWidth() >= w.list()->columnWidth(column::Op));
         QTest::keyClick(combo, Qt::Key_Escape);
         QTRY_VERIFY(!combo);
-
         // An "OR" cell opens with "OR" chosen; Space opens it from the keyboard.
         w.list()->endInPlaceEdit(1, column::Op, QStringLiteral("OR"));
         w.list()->setFocus();
