@@ -160,8 +160,6 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowExposed(sheet.window()));
         QVERIFY(!sheet.page3()->isVisible());
         CWMIRuleListViewer *list = sheet.page2()->list();
-        QCOMPARE(::headers(list), columns);
-        QCOMPARE(::widths(list), widths);
         maybeScreenshot(sheet.window(), tab.toLower() + "-properties-1");
         sheet.tabs()->setCurrentIndex(1);
         maybeScreenshot(sheet.window(), tab.toLower() + "-properties-2");
