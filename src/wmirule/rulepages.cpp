@@ -41,7 +41,6 @@ CWMIRulePage1::CWMIRulePage1(CWMIRuleSheet &sheet)
     : CWMIRulePage(sheet, QStringLiteral("wmiRulePage1"), strings::WmiPage1Title,
                    strings::WmiPage1Subtitle)
 {
-
     m_name = new QLineEdit(this);
     m_name->setObjectName(QStringLiteral("nameEdit"));
     m_name->setMaxLength(NameAndCommentLimit);
@@ -258,7 +257,6 @@ CWMIRulePage3::CWMIRulePage3(CWMIRuleSheet &sheet)
     : CWMIRulePage(sheet, QStringLiteral("wmiRulePage3"), strings::WmiPage3Title,
                    strings::WmiPage3Subtitle)
 {
-
     m_name = new QLineEdit(this);
     m_name->setObjectName(QStringLiteral("summaryName"));
     m_name->setReadOnly(true);
