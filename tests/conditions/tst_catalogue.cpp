@@ -69,15 +69,9 @@ private Q_SLOTS:
 
     void classListBuildsTheTree()
     {
-        const ClassTree tree = treeFrom("!Operating System\n"
-                                        "@Services\n"
-                                        "#Win32_Service$A service on the computer\n"
-                                        "leaf under the class\r\n"
-                                        "#Win32_BaseService$Base\n"
-                                        "@Processes\n"
-                                        "#Win32_Process$A process\n"
-                                        "!Files\n"
-                                        "more\n");
+        const ClassTree tree = treeFrom("!Operating System\n@Services\n#Win32_Service$A service on the "
+                                        "computer\nleaf under the class\r\n#Win32_BaseService$Base\n"
+                                        "@Processes\n#Win32_Process$A process\n!Files\nmore\n");
         QCOMPARE(tree.nodes[0].text, QStringLiteral("WMI"));
         QCOMPARE(childTexts(tree, 0), QStringList({"Operating System", "Files"}));
         QCOMPARE(childTexts(tree, 1), QStringList({"Services", "Processes"}));
@@ -115,12 +109,7 @@ private Q_SLOTS:
         // Blank lines are leaves with empty text; a class without "$" has an empty name and the
         // whole rest as description; a class before any category hangs off the root; "$" splits
         // only once.
-        const ClassTree tree = treeFrom("#Early$first\n"
-                                        "\n"
-                                        "!Cat\n"
-                                        "@Sub\n"
-                                        "#NoDollar here\n"
-                                        "#A$b$c");
+        const ClassTree tree = treeFrom("#Early$first\n\n!Cat\n@Sub\n#NoDollar here\n#A$b$c");
         QCOMPARE(childTexts(tree, 0), QStringList({"Early", "Cat"}));
         QCOMPARE(childTexts(tree, 1), QStringList({""}));
         QCOMPARE(tree.nodes[2].image, 10);
@@ -206,24 +195,13 @@ private Q_SLOTS:
 
     void classBlock()
     {
-        const QByteArray file = "Win32_Other\nroot\\x\n@other\n{\nuint32 A;\n" + Marker + "a\n}\n"
-                                "Win32_Service\r\n"
-                                "root\\cimv2\r\n"
-                                "@The service class.\r\n"
-                                "{\r\n"
-                                "boolean AcceptPause;\r\n"
-                                + Marker + "Can be paused.\r\n"
-                                + Marker + "a stray description line is skipped\r\n"
-                                "string StartMode;ValueMap{\"Boot\", \"Auto\"}\r\n"
-                                + Marker + "Start mode.\\nSee the manual.\r\n"
-                                "uint32 ProcessId;\r\n"
-                                "no marker here\r\n"
-                                "CIM_DataFile Ref Target;\r\n"
-                                + Marker + "Referenced file.\r\n"
-                                "string Dependencies[];\r\n"
-                                + Marker + "\r\n"
-                                "}\r\n"
-                                "Win32_Next\n";
+        const QByteArray file =
+            "Win32_Other\nroot\\x\n@other\n{\nuint32 A;\n" + Marker + "a\n}\n"
+            "Win32_Service\r\nroot\\cimv2\r\n@The service class.\r\n{\r\nboolean AcceptPause;\r\n"
+            + Marker + "Can be paused.\r\n" + Marker + "a stray description line is skipped\r\n"
+            "string StartMode;ValueMap{\"Boot\", \"Auto\"}\r\n" + Marker + "Start mode.\\nSee the manual.\r\n"
+            "uint32 ProcessId;\r\nno marker here\r\nCIM_DataFile Ref Target;\r\n" + Marker
+            + "Referenced file.\r\nstring Dependencies[];\r\n" + Marker + "\r\n}\r\nWin32_Next\n";
         const ClassFields c = fieldsFrom(file, "Win32_Service");
         QVERIFY(c.found);
         QCOMPARE(c.nameSpace, QStringLiteral("root\\cimv2"));
