@@ -1,5 +1,6 @@
 #include "conditions/arraydlg.h"
 
+#include "conditions/okcancel.h"
 #include "resources/strings.h"
 #include "resources/ui.h"
 
@@ -39,13 +40,9 @@ CArrayInputDlg::CArrayInputDlg(QWidget *parent) : QDialog(parent)
     label->setBuddy(m_value);
 
     auto *buttons = new QDialogButtonBox(this);
-    auto *ok = buttons->addButton(QStringLiteral("OK"), QDialogButtonBox::AcceptRole);
-    ok->setObjectName(QStringLiteral("okButton"));
-    ok->setDefault(true);
-    auto *cancel = buttons->addButton(QStringLiteral("Cancel"), QDialogButtonBox::RejectRole);
-    cancel->setObjectName(QStringLiteral("cancelButton"));
-    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    const auto [ok, cancel] = makeOkCancel(this);
+    buttons->addButton(ok, QDialogButtonBox::AcceptRole);
+    buttons->addButton(cancel, QDialogButtonBox::RejectRole);
 
     auto *row = new QHBoxLayout;
     row->addWidget(label);
@@ -113,13 +110,9 @@ CArrayDlg::CArrayDlg(QWidget *parent) : QDialog(parent)
     });
 
     auto *buttons = new QDialogButtonBox(this);
-    auto *ok = buttons->addButton(QStringLiteral("OK"), QDialogButtonBox::AcceptRole);
-    ok->setObjectName(QStringLiteral("okButton"));
-    ok->setDefault(true);
-    auto *cancel = buttons->addButton(QStringLiteral("Cancel"), QDialogButtonBox::RejectRole);
-    cancel->setObjectName(QStringLiteral("cancelButton"));
-    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    const auto [ok, cancel] = makeOkCancel(this);
+    buttons->addButton(ok, QDialogButtonBox::AcceptRole);
+    buttons->addButton(cancel, QDialogButtonBox::RejectRole);
 
     auto *side = new QVBoxLayout;
     side->addWidget(m_add);

@@ -1,6 +1,7 @@
 #include "conditions/wmidlg.h"
 
 #include "conditions/arraydlg.h"
+#include "conditions/okcancel.h"
 #include "conditions/classtreemodel.h"
 #include "resources/images.h"
 #include "resources/strings.h"
@@ -163,14 +164,8 @@ CWMIDlg::CWMIDlg(QWidget *parent) : QDialog(parent)
     m_array->setToolTip(QStringLiteral("Edit the values an array field is compared with"));
     connect(m_array, &QPushButton::clicked, this, &CWMIDlg::openArray);
 
-    m_ok = new QPushButton(QStringLiteral("OK"), this);
-    m_ok->setObjectName(QStringLiteral("okButton"));
-    m_ok->setDefault(true);
-    auto *cancel = new QPushButton(QStringLiteral("Cancel"), this);
-    cancel->setObjectName(QStringLiteral("cancelButton"));
-    cancel->setAutoDefault(false);
-    connect(m_ok, &QPushButton::clicked, this, &CWMIDlg::accept);
-    connect(cancel, &QPushButton::clicked, this, &CWMIDlg::reject);
+    QPushButton *cancel = nullptr;
+    std::tie(m_ok, cancel) = makeOkCancel(this);
 
     // Class side: description, namespace and the field list of the selected class.
     auto *classSide = new QGridLayout;

@@ -1,5 +1,6 @@
 #include "conditions/wqldlg.h"
 
+#include "conditions/okcancel.h"
 #include "resources/strings.h"
 #include "resources/ui.h"
 
@@ -118,14 +119,7 @@ CWQLDlg::CWQLDlg(QWidget *parent) : QDialog(parent)
             fillListsForType(m_fieldType->itemText(index), true);
     });
 
-    auto *ok = new QPushButton(QStringLiteral("OK"), this);
-    ok->setObjectName(QStringLiteral("okButton"));
-    ok->setDefault(true);
-    auto *cancel = new QPushButton(QStringLiteral("Cancel"), this);
-    cancel->setObjectName(QStringLiteral("cancelButton"));
-    cancel->setAutoDefault(false);
-    connect(ok, &QPushButton::clicked, this, &CWQLDlg::accept);
-    connect(cancel, &QPushButton::clicked, this, &CWQLDlg::reject);
+    const auto [ok, cancel] = makeOkCancel(this);
 
     auto label = [this](const QString &text, QWidget *buddy) {
         auto *l = new QLabel(text, this);

@@ -26,16 +26,21 @@ constexpr int NameAndCommentLimit = width::PageComment - 1;
 
 } // namespace
 
-CWMIRulePage::CWMIRulePage(CWMIRuleSheet &sheet) : m_sheet(sheet) {}
+CWMIRulePage::CWMIRulePage(CWMIRuleSheet &sheet, const QString &objectName, int titleId,
+                           int subTitleId)
+    : m_sheet(sheet)
+{
+    setObjectName(objectName);
+    setTitle(strings::text(titleId));
+    setSubTitle(strings::text(subTitleId));
+}
 
 // ---------------------------------------------------------------------------------------------
 
-CWMIRulePage1::CWMIRulePage1(CWMIRuleSheet &sheet) : CWMIRulePage(sheet)
+CWMIRulePage1::CWMIRulePage1(CWMIRuleSheet &sheet)
+    : CWMIRulePage(sheet, QStringLiteral("wmiRulePage1"), strings::WmiPage1Title,
+                   strings::WmiPage1Subtitle)
 {
-    setObjectName(QStringLiteral("wmiRulePage1"));
-    setTitle(strings::text(strings::WmiPage1Title));
-    setSubTitle(strings::text(strings::WmiPage1Subtitle));
-
     m_name = new QLineEdit(this);
     m_name->setObjectName(QStringLiteral("nameEdit"));
     m_name->setMaxLength(NameAndCommentLimit);
@@ -95,12 +100,13 @@ void CWMIRulePage1::store()
 
 // ---------------------------------------------------------------------------------------------
 
-CWMIRulePage2::CWMIRulePage2(CWMIRuleSheet &sheet) : CWMIRulePage(sheet)
+CWMIRulePage2::CWMIRulePage2(CWMIRuleSheet &sheet)
+    : CWMIRulePage(sheet, QStringLiteral("wmiRulePage2"),
+                   sheet.kind() == RuleKind::WQL ? strings::WqlPage2Title : strings::WmiPage2Title,
+                   sheet.kind() == RuleKind::WQL ? strings::WqlPage2Subtitle
+                                                 : strings::WmiPage2Subtitle)
 {
     const bool wql = sheet.kind() == RuleKind::WQL;
-    setObjectName(QStringLiteral("wmiRulePage2"));
-    setTitle(strings::text(wql ? strings::WqlPage2Title : strings::WmiPage2Title));
-    setSubTitle(strings::text(wql ? strings::WqlPage2Subtitle : strings::WmiPage2Subtitle));
 
     m_list = new CWMIRuleListViewer(this);
     m_list->setObjectName(QStringLiteral("conditionList"));
@@ -144,9 +150,10 @@ CWMIRulePage2::CWMIRulePage2(CWMIRuleSheet &sheet) : CWMIRulePage(sheet)
     connect(m_list, &CWMIRuleListViewer::rowClickState, m_delete, &QWidget::setEnabled);
 }
 
-void CWMIRulePage2::loadFromService()
+bool CWMIRulePage2::loadFromService()
 {
-    guardAction([this] {
+    bool complete = false;
+    guardAction([this, &complete] {
         Reply reply = calls::GetWMIRuleInfo(m_sheet.record().service, m_sheet.record().ruleId);
         if (reply.failed())
             return;
@@ -162,8 +169,10 @@ void CWMIRulePage2::loadFromService()
             const QString conjunction = conjunctionFromStored(op);
             m_list->appendRow(conjunction, imageForConjunction(conjunction), t);
         });
+        complete = true;
     });
     setButtons();
+    return complete;
 }
 
 void CWMIRulePage2::activate()
@@ -244,12 +253,10 @@ void CWMIRulePage2::setButtons()
 
 // ---------------------------------------------------------------------------------------------
 
-CWMIRulePage3::CWMIRulePage3(CWMIRuleSheet &sheet) : CWMIRulePage(sheet)
+CWMIRulePage3::CWMIRulePage3(CWMIRuleSheet &sheet)
+    : CWMIRulePage(sheet, QStringLiteral("wmiRulePage3"), strings::WmiPage3Title,
+                   strings::WmiPage3Subtitle)
 {
-    setObjectName(QStringLiteral("wmiRulePage3"));
-    setTitle(strings::text(strings::WmiPage3Title));
-    setSubTitle(strings::text(strings::WmiPage3Subtitle));
-
     m_name = new QLineEdit(this);
     m_name->setObjectName(QStringLiteral("summaryName"));
     m_name->setReadOnly(true);

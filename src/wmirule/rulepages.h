@@ -23,7 +23,7 @@ class QARVO_EXPORT CWMIRulePage : public QWizardPage
 {
     Q_OBJECT
 public:
-    explicit CWMIRulePage(CWMIRuleSheet &sheet);
+    CWMIRulePage(CWMIRuleSheet &sheet, const QString &objectName, int titleId, int subTitleId);
     virtual void activate() {}
 
 protected:
@@ -64,8 +64,9 @@ public:
     QPushButton *addButton() const { return m_add; }
     QPushButton *deleteButton() const { return m_delete; }
 
-    // Loads the stored conditions into the list (properties mode).
-    void loadFromService();
+    // Loads the stored conditions into the list (properties mode). False when the service failed
+    // or a row-set fault ended the reading part-way, so the list may lack conditions.
+    bool loadFromService();
     void activate() override;
     bool isComplete() const override;
     bool validatePage() override;

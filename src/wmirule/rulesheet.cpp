@@ -175,7 +175,8 @@ int CWMIRuleSheet::exec()
 void CWMIRuleSheet::loadRule()
 {
     m_record.ruleId = fitted(ruleIdText(m_ruleNumber), width::RuleId);
-    guardAction([this] {
+    bool headerRead = false;
+    guardAction([this, &headerRead] {
         Reply reply = calls::GetWMIRuleInfo(m_record.service, m_record.ruleId);
         if (reply.failed())
             return;
@@ -186,9 +187,15 @@ void CWMIRuleSheet::loadRule()
             m_loadedName = m_record.ruleName;
         }
         rows.close();
+        headerRead = true;
     });
     m_page1->loadFromRecord();
-    m_page2->loadFromService();
+    const bool conditionsRead = m_page2->loadFromService();
+    m_loadedCompletely = headerRead && conditionsRead;
+    if (!m_loadedCompletely)
+        m_ok->setToolTip(tr("The rule could not be read completely; storing it now would lose "
+                            "conditions."));
+    updateButtons();
 }
 
 void CWMIRuleSheet::activatePage(CWMIRulePage *page)
@@ -203,7 +210,7 @@ void CWMIRuleSheet::updateButtons()
     if (!m_ok)
         return; // the wizard asks its pages
     // Both rules of the wizard hold here too: a name, and at least one condition.
-    m_ok->setEnabled(m_page1->isComplete() && m_page2->isComplete());
+    m_ok->setEnabled(m_loadedCompletely && m_page1->isComplete() && m_page2->isComplete());
 }
 
 bool CWMIRuleSheet::pauseBetweenTries()
@@ -267,6 +274,8 @@ bool CWMIRuleSheet::finishWizard()
 
 void CWMIRuleSheet::storeProperties()
 {
+    if (!m_loadedCompletely)
+        return; // deleting first would drop the conditions that were never read
     bool close = false;
     guardAction([this, &close] {
         m_page1->store();

@@ -50,6 +50,9 @@ public:
     SheetMode mode() const { return m_record.mode; }
     int ruleNumber() const { return m_ruleNumber; }
     const QString &loadedName() const { return m_loadedName; }
+    // Properties mode: whether name, comment and every condition were read. When not, OK stays
+    // off, since storing deletes the rule first and would write back only what was read.
+    bool loadedCompletely() const { return m_loadedCompletely; }
 
     // Titles of the pages in this kind and mode.
     QString pageTitle(int page) const;
@@ -77,6 +80,7 @@ private:
     WMIRuleData m_record;
     int m_ruleNumber = 0;
     QString m_loadedName;
+    bool m_loadedCompletely = true;
 
     QPointer<QDialog> m_window;
     QWizard *m_wizard = nullptr;

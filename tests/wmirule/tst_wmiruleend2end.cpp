@@ -41,17 +41,27 @@ int rowNamed(RuleListModel *model, const QString &name)
     return -1;
 }
 
-QStringList detailRows(CPaneDown *down)
+// Every cell of the detail pane, in one text.
+QString details(CPaneDown *down)
 {
-    QStringList out;
+    QStringList cells;
     QTreeWidget *list = down->detailList();
-    for (int r = 0; r < list->topLevelItemCount(); ++r) {
-        QStringList cells;
+    for (int r = 0; r < list->topLevelItemCount(); ++r)
         for (int c = 0; c < list->columnCount(); ++c)
             cells << list->topLevelItem(r)->text(c);
-        out << cells.join(u'|');
-    }
-    return out;
+    return cells.join(u'|');
+}
+
+// "name:kind:op:field" of every condition stored under `id`.
+QStringList stored(DataService *store, int id)
+{
+    QStringList rows;
+    Reply info = calls::GetWMIRuleInfo(store, ruleIdText(id));
+    forEachRow(info, [&](RowReader &row) {
+        rows << row.text("rule_name") + ":" + QString::number(row.integer("rule_wql")) + ":"
+                    + QString::number(row.integer("rule_op")) + ":" + row.text("rule_field");
+    });
+    return rows;
 }
 
 // Fills and finishes a wizard: name, comment and as many conditions as the editors hold.
@@ -122,27 +132,19 @@ void TestWmiRuleEndToEnd::rulesLiveThroughTheControl()
     QVERIFY(wmiRow >= 0 && wqlRow >= 0);
     const int wmiId = model->row(wmiRow).ruleId;
     const int wqlId = model->row(wqlRow).ruleId;
-    QVERIFY(wmiId != wqlId);
-    QVERIFY(wmiId >= 0 && wmiId <= 32767);
+    QVERIFY(wmiId != wqlId && wmiId >= 0 && wmiId <= 32767);
 
     // The conditions show below the list, as stored.
     up->ruleList()->setCurrentIndex(model->index(wmiRow, 0));
     QTRY_COMPARE(down->detailList()->topLevelItemCount(), 2);
-    QVERIFY(detailRows(down).join('\n').contains("StartMode"));
-    {
-        Reply info = calls::GetWMIRuleInfo(&store, ruleIdText(wmiId));
-        QStringList ops;
-        forEachRow(info, [&](RowReader &row) {
-            ops << QString::number(row.integer("rule_op")) + ":" + row.text("rule_field");
-        });
-        QCOMPARE(ops, QStringList({"0:State", "2:StartMode"}));
-    }
+    QVERIFY(details(down).contains("StartMode"));
+    QCOMPARE(stored(&store, wmiId), QStringList({"Spooler:0:0:State", "Spooler:0:2:StartMode"}));
     up->ruleList()->setCurrentIndex(model->index(wqlRow, 0));
     QTRY_COMPARE(down->detailList()->topLevelItemCount(), 1);
-    QVERIFY(detailRows(down).join('\n').contains("SELECT * FROM Win32_Process WHERE Name = 'notepad.exe'"));
+    QVERIFY(details(down).contains("SELECT * FROM Win32_Process WHERE Name = 'notepad.exe'"));
 
     // Properties from the list: rename the WQL rule and give it a second condition.
-    editors.wqlAnswers = {wqlValue("Name", "Win32_Service", "", "Started", "boolean", "=", "TRUE")};
+    editors.wqlAnswers = {wqlCondition("Name", "Win32_Service", "", "Started", "boolean", "=", "TRUE")};
     whenModalShown([](QWidget *modal) {
         QCOMPARE(modal->windowTitle(), QStringLiteral("Properties"));
         QCOMPARE(modal->findChild<QTabWidget *>("sheetTabs")->tabText(1), QStringLiteral("WQL"));
@@ -176,15 +178,7 @@ void TestWmiRuleEndToEnd::rulesLiveThroughTheControl()
     QCOMPARE(ctrl.ShowWMIProperties(&store, short(wmiId)), short(1));
     ctrl.RefreshList();
     QVERIFY(rowNamed(model, "SPOOLER") >= 0);
-    {
-        Reply info = calls::GetWMIRuleInfo(&store, ruleIdText(wqlId));
-        QStringList rows;
-        forEachRow(info, [&](RowReader &row) {
-            rows << row.text("rule_name") + ":" + QString::number(row.integer("rule_wql")) + ":"
-                        + QString::number(row.integer("rule_op")) + ":" + row.text("rule_field");
-        });
-        QCOMPARE(rows, QStringList({"Notepad closed:1:0:#Count", "Notepad closed:1:1:Started"}));
-    }
+    QCOMPARE(stored(&store, wqlId), QStringList({"Notepad closed:1:0:#Count", "Notepad closed:1:1:Started"}));
 
     // Deleted from the list, both are gone from the store.
     for (const QString &name : {QStringLiteral("SPOOLER"), QStringLiteral("Notepad closed")}) {

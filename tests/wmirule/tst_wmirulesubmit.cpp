@@ -1,585 +1,460 @@
-#include "control/qarvoctrl.h"
 #include "dataservice/calls.h"
 #include "dataservice/ruleid.h"
 #include "dialogdriver.h"
-#include "recordingservice.h"
 #include "sheethelpers.h"
-#include "wmirule/listviewer.h"
-#include "wmirule/rulepages.h"
-#include "wmirule/rulesheet.h"
 
 #include <QApplication>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTabWidget>
 #include <QTimer>
-#include <QWizard>
-#include <QtTest>
 
 using namespace qarvo;
 using namespace qarvo::test;
+
+namespace {
+
+constexpr qint64 Now = 1763730000;
+const QString Ns = QStringLiteral("root\\cimv2");
+const QString Taken =
+    QStringLiteral("There is already a rule with the same name. Please enter a different name.");
+
+QString idAt(qint64 seconds)
+{
+    RuleIdGenerator gen([seconds] { return seconds; });
+    return ruleIdText(gen.draw());
+}
+
+// The signature of one AddWMIRule call: id, name, comment and kind, then per condition
+// {index, conjunction code, class, field, value, op, op code, namespace, type, type code}.
+QString addCall(const QString &head, const QVariantList &c)
+{
+    return QStringLiteral("AddWMIRule(%1, short:%2, short:%3, text:%4, text:%5, text:%6, text:%7, "
+                          "short:%8, text:%9, text:%10, short:%11)")
+        .arg(head, c[0].toString(), c[1].toString(), c[2].toString(), c[3].toString(),
+             c[4].toString(), c[5].toString(), c[6].toString(), c[7].toString())
+        .arg(c[8].toString(), c[9].toString());
+}
+
+QString head(const QString &id, const QString &name, const QString &comment, int kind)
+{
+    return QStringLiteral("text:%1, text:%2, text:%3, short:%4").arg(id, name, comment).arg(kind);
+}
+
+// A wizard on its last page with one condition per class given.
+struct WizardOnPage3 : WizardOnPage2
+{
+    WizardOnPage3(ScriptedEditors &editors, const QStringList &classes,
+                  const QString &name = QStringLiteral("Service running"))
+        : WizardOnPage2(RuleKind::WMI, name)
+    {
+        for (const QString &cls : classes)
+            editors.wmiAnswers.append(wmiCondition(cls, "F", "uint8", "=", "1"));
+        add(int(classes.size()));
+        sheet.wizard()->next();
+    }
+    void finish() { sheet.wizard()->button(QWizard::FinishButton)->click(); }
+    bool closed() const { return !sheet.window()->isVisible(); }
+};
+
+// A property sheet, shown, over `s` answering GetWMIRuleInfo with `rows`.
+struct Properties
+{
+    Properties(RecordingService &s, RuleKind kind, int number, QList<QVariantList> rows)
+        : sheet(serve(s, std::move(rows)), kind, SheetMode::Properties, "WMIRule Properties",
+                number)
+    {
+        sheet.window()->show();
+    }
+    static QWidget *serve(RecordingService &s, QList<QVariantList> rows)
+    {
+        s.script("GetWMIRuleInfo", storedRule(std::move(rows)));
+        useService(&s);
+        return nullptr; // the sheet's parent
+    }
+    void ok() { sheet.okButton()->click(); }
+    bool open() const { return sheet.window()->isVisible(); }
+    CWMIRuleSheet sheet;
+};
+
+const QVariantList OldRow{"Old", "", 0, "ns", "C", "F", "string", "=", "v"};
+
+} // namespace
 
 // What Finish and OK send to the data service, and where they stop when it fails.
 class TestWmiRuleSubmit : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void init();
-    void cleanup();
-    void finishSendsTheWholeRule_data();
-    void finishSendsTheWholeRule();
-    void finishStopsWhereTheServiceFails_data();
-    void finishStopsWhereTheServiceFails();
-    void takenNameKeepsTheWizardOpen();
-    void takenIdsAreDrawnAgainWithTheWindowAlive();
-    void cancelEndsAnEndlessIdSearch();
-    void propertiesLoadTheStoredRule();
-    void propertiesStoreAgainWithoutRename();
-    void propertiesRenameIsCheckedCaseSensitively();
-    void propertiesStopWhereTheServiceFails_data();
-    void propertiesStopWhereTheServiceFails();
-    void propertiesKeepTheLoadedNameAfterAFailure();
-    void propertiesSurviveABrokenLoad();
-    void controlMembersReturnTwoOrOne();
-
-private:
-    static QString idAt(qint64 seconds);
-};
-
-namespace {
-
-const QStringList InfoColumns{"rule_name",      "rule_comment", "rule_wql",
-                              "rule_op",        "rule_namespace", "rule_class",
-                              "rule_field",     "rule_type",    "rule_condition",
-                              "rule_value"};
-
-ScriptedReply answer(int v)
-{
-    return ScriptedReply::answer(QVariant::fromValue(qint16(v)));
-}
-
-QString addArgs(const QString &id, const QString &name, const QString &comment, int kind, int index,
-                int conj, const QString &cls, const QString &field, const QString &value,
-                const QString &op, int opCode, const QString &ns, const QString &type, int typeCode)
-{
-    return QStringLiteral("AddWMIRule(text:%1, text:%2, text:%3, short:%4, short:%5, short:%6, "
-                          "text:%7, text:%8, text:%9, text:%10, short:%11, text:%12, text:%13, "
-                          "short:%14)")
-        .arg(id, name, comment)
-        .arg(kind)
-        .arg(index)
-        .arg(conj)
-        .arg(cls, field, value, op)
-        .arg(opCode)
-        .arg(ns, type)
-        .arg(typeCode);
-}
-
-// A wizard shown on its last page, with name, comment and the given conditions entered.
-struct WizardOnPage3
-{
-    WizardOnPage3(ScriptedEditors &editors, const QList<WMICondition> &conditions,
-                  const QString &name = QStringLiteral("Service running"))
-        : sheet(nullptr, RuleKind::WMI, SheetMode::Wizard, "New WMIRule Wizard")
+    void init()
     {
-        sheet.wizard()->show();
-        sheet.page1()->nameEdit()->setText(name);
-        sheet.page1()->commentEdit()->setText("Checked daily");
-        sheet.wizard()->next();
-        for (const WMICondition &c : conditions) {
-            editors.wmiAnswers.append(c);
-            sheet.page2()->addButton()->click();
+        resetModalSafetyNet();
+        ruleIdClock() = [] { return Now; };
+    }
+
+    void cleanup()
+    {
+        resetRuleIdClock();
+        resetConditionEditors();
+        useService(nullptr);
+        QVERIFY(!modalSafetyNetFired());
+    }
+
+    void finishSendsTheWholeRule_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::newRow("wmi") << 0;
+        QTest::newRow("wql") << 1;
+    }
+
+    void finishSendsTheWholeRule()
+    {
+        QFETCH(int, kind);
+        RecordingService s;
+        s.script("CanUseID", answer(0));
+        s.script("CanUseExRuleName", answer(0));
+        useService(&s);
+        ScriptedEditors editors;
+        WizardOnPage2 w(RuleKind(kind), "Rule A");
+        editors.wqlAnswers = {
+            wqlCount("*", "Win32_Process", "Name = 'x.exe'", ">=", "1"),
+            wqlCondition("FreeSpace", "Win32_LogicalDisk", "", "FreeSpace", "real64", "<", "5"),
+            wqlCondition("Name", "Win32_Service", "", "Started", "BOOLEAN", "=", "TRUE")};
+        editors.wmiAnswers = {
+            wmiCondition("Win32_Service", "State", "string", "=", "Running"),
+            wmiCondition("Win32_Bios", "Speed", "real32", "like", "1"),
+            wmiCondition("Win32_QuickFixEngineering", "HotFixID[]", "string", "not in", "KB1,KB2")};
+        w.add(3);
+        w.list()->endInPlaceEdit(1, column::Op, QStringLiteral("OR"));
+        w.sheet.wizard()->next();
+        s.clear();
+        w.sheet.wizard()->button(QWizard::FinishButton)->click();
+
+        const QString id = idAt(Now);
+        QCOMPARE(id.size(), 9);
+        QVERIFY(id.toInt() <= 32767);
+        const QString h = head(id, "Rule A", "Checked daily", kind);
+        QStringList expected{"CanUseID(text:" + id + ", short:6)",
+                             "CanUseExRuleName(text:Rule A, short:6)"};
+        if (kind) {
+            expected << addCall(h, {0, 0, "SELECT * FROM Win32_Process WHERE Name = 'x.exe'",
+                                    "#Count", "1", ">=", 5, Ns, "uint8", 3})
+                     // real64 is not in the type table: the code of the row before goes along
+                     << addCall(h, {1, 2, "SELECT FreeSpace FROM Win32_LogicalDisk", "FreeSpace",
+                                    "5", "<", 4, Ns, "real64", 3})
+                     << addCall(h, {2, 1, "SELECT Name FROM Win32_Service", "Started", "TRUE", "=",
+                                    1, Ns, "BOOLEAN", 1});
+        } else {
+            expected << addCall(h, {0, 0, "Win32_Service", "State", "Running", "=", 1, Ns, "string", 2})
+                     // neither "like" nor real32 is in a table: both codes carry over
+                     << addCall(h, {1, 2, "Win32_Bios", "Speed", "1", "like", 1, Ns, "real32", 2})
+                     << addCall(h, {2, 1, "Win32_QuickFixEngineering", "HotFixID[]", "KB1,KB2",
+                                    "not in", 8, Ns, "string", 2});
         }
-        sheet.wizard()->next();
+        QCOMPARE(s.signatures(), expected);
+        QVERIFY(!w.sheet.wizard()->isVisible());
+        QCOMPARE(w.sheet.wizard()->result(), int(QDialog::Accepted));
     }
-    void finish() { sheet.wizard()->button(QWizard::FinishButton)->click(); }
-    bool closed() const { return !sheet.window()->isVisible(); }
-    CWMIRuleSheet sheet;
-};
 
-} // namespace
-
-QString TestWmiRuleSubmit::idAt(qint64 seconds)
-{
-    RuleIdGenerator gen([seconds] { return seconds; });
-    return ruleIdText(gen.draw());
-}
-
-void TestWmiRuleSubmit::init()
-{
-    resetModalSafetyNet();
-    ruleIdClock() = [] { return qint64(1763730000); };
-}
-
-void TestWmiRuleSubmit::cleanup()
-{
-    resetRuleIdClock();
-    resetConditionEditors();
-    useService(nullptr);
-    QVERIFY(!modalSafetyNetFired());
-}
-
-void TestWmiRuleSubmit::finishSendsTheWholeRule_data()
-{
-    QTest::addColumn<int>("kind");
-    QTest::newRow("wmi") << 0;
-    QTest::newRow("wql") << 1;
-}
-
-void TestWmiRuleSubmit::finishSendsTheWholeRule()
-{
-    QFETCH(int, kind);
-    RecordingService s;
-    s.script("CanUseID", answer(0));
-    s.script("CanUseExRuleName", answer(0));
-    useService(&s);
-    ScriptedEditors editors;
-
-    CWMIRuleSheet sheet(nullptr, RuleKind(kind), SheetMode::Wizard, "New WMIRule Wizard");
-    QWizard *wizard = sheet.wizard();
-    wizard->show();
-    sheet.page1()->nameEdit()->setText("Rule A");
-    sheet.page1()->commentEdit()->setText("A comment");
-    wizard->next();
-    if (kind) {
-        editors.wqlAnswers = {wqlCount("*", "Win32_Process", "Name = 'x.exe'", ">=", "1"),
-                              wqlValue("FreeSpace", "Win32_LogicalDisk", "", "FreeSpace", "real64",
-                                       "<", "5"),
-                              wqlValue("Name", "Win32_Service", "", "Started", "BOOLEAN", "=", "TRUE")};
-    } else {
-        editors.wmiAnswers = {wmiCondition("Win32_Service", "State", "string", "=", "Running"),
-                              wmiCondition("Win32_Bios", "Speed", "real32", "like", "1"),
-                              wmiCondition("Win32_QuickFixEngineering", "HotFixID[]", "string",
-                                           "not in", "KB1,KB2")};
+    void finishStopsWhereTheServiceFails_data()
+    {
+        QTest::addColumn<int>("failing");
+        QTest::addColumn<bool>("unknownName");
+        QTest::addColumn<bool>("taken");
+        const char *names[] = {"CanUseID", "CanUseExRuleName", "first AddWMIRule",
+                               "second AddWMIRule", "last AddWMIRule"};
+        for (int i = 0; i < 5; ++i)
+            QTest::addRow("%s fails", names[i]) << i << false << false;
+        QTest::newRow("CanUseID unknown") << 0 << true << false;
+        QTest::newRow("AddWMIRule unknown") << 2 << true << false;
+        QTest::newRow("name taken") << 99 << false << true;
     }
-    for (int i = 0; i < 3; ++i)
-        sheet.page2()->addButton()->click();
-    sheet.page2()->list()->endInPlaceEdit(1, column::Op, QStringLiteral("OR"));
-    wizard->next();
-    s.clear();
-    wizard->button(QWizard::FinishButton)->click();
 
-    const QString id = idAt(1763730000);
-    QCOMPARE(id.size(), 9);
-    QVERIFY(id.toInt() <= 32767);
-    const QString ns = QStringLiteral("root\\cimv2");
-    QStringList expected{"CanUseID(text:" + id + ", short:6)",
-                         "CanUseExRuleName(text:Rule A, short:6)"};
-    if (kind) {
-        expected << addArgs(id, "Rule A", "A comment", 1, 0, 0,
-                            "SELECT * FROM Win32_Process WHERE Name = 'x.exe'", "#Count", "1",
-                            ">=", 5, ns, "uint8", 3)
-                 // real64 is not in the table: the type code of the row before goes along
-                 << addArgs(id, "Rule A", "A comment", 1, 1, 2,
-                            "SELECT FreeSpace FROM Win32_LogicalDisk", "FreeSpace", "5", "<", 4,
-                            ns, "real64", 3)
-                 << addArgs(id, "Rule A", "A comment", 1, 2, 1, "SELECT Name FROM Win32_Service",
-                            "Started", "TRUE", "=", 1, ns, "BOOLEAN", 1);
-    } else {
-        expected << addArgs(id, "Rule A", "A comment", 0, 0, 0, "Win32_Service", "State",
-                            "Running", "=", 1, ns, "string", 2)
-                 // neither "like" nor real32 is in a table: both codes carry over
-                 << addArgs(id, "Rule A", "A comment", 0, 1, 2, "Win32_Bios", "Speed", "1", "like",
-                            1, ns, "real32", 2)
-                 << addArgs(id, "Rule A", "A comment", 0, 2, 1, "Win32_QuickFixEngineering",
-                            "HotFixID[]", "KB1,KB2", "not in", 8, ns, "string", 2);
+    void finishStopsWhereTheServiceFails()
+    {
+        QFETCH(int, failing);
+        QFETCH(bool, unknownName);
+        QFETCH(bool, taken);
+        RecordingService s;
+        if (taken)
+            s.scriptOnce("CanUseExRuleName", answer(-1));
+        useService(&s);
+        ScriptedEditors editors;
+        WizardOnPage3 w(editors, {"A", "B", "C"});
+        MessageCatcher messages;
+        s.clear();
+        const QStringList order{"CanUseID", "CanUseExRuleName", "AddWMIRule", "AddWMIRule",
+                                "AddWMIRule"};
+        if (unknownName)
+            s.forgetMethod(order[failing]);
+        else
+            s.failCall(failing);
+        w.finish();
+
+        QVERIFY(!w.closed()); // the wizard stays on its last page, silently unless the name is taken
+        QCOMPARE(w.sheet.wizard()->currentId(), 2);
+        QCOMPARE(messages.texts(), taken ? QStringList{Taken} : QStringList());
+        if (taken) {
+            QCOMPARE(messages.messages[0].caption, QStringLiteral("INFO"));
+            QCOMPARE(messages.messages[0].icon, ui::MessageIcon::Information);
+        }
+        QCOMPARE(s.methods(), order.mid(0, taken ? 2 : unknownName ? failing : failing + 1));
+        QCOMPARE(w.sheet.record().ruleId.isEmpty(), failing == 0);
+        QVERIFY(w.sheet.wizard()->button(QWizard::FinishButton)->isEnabled());
+        QVERIFY(w.sheet.wizard()->button(QWizard::BackButton)->isEnabled());
+
+        // Once the service works again, Finish starts over with a new id check.
+        s.setKnownMethods(RecordingService::catalogue());
+        const qsizetype before = s.calls().size();
+        w.finish();
+        QVERIFY(w.closed());
+        QCOMPARE(s.methods().mid(before), order);
     }
-    QCOMPARE(s.signatures(), expected);
-    QVERIFY(!wizard->isVisible());
-    QCOMPARE(wizard->result(), int(QDialog::Accepted));
-    QCOMPARE(sheet.record().ruleId, id);
-}
 
-void TestWmiRuleSubmit::finishStopsWhereTheServiceFails_data()
-{
-    QTest::addColumn<int>("failing");
-    QTest::addColumn<bool>("unknownName");
-    QTest::newRow("CanUseID fails") << 0 << false;
-    QTest::newRow("CanUseExRuleName fails") << 1 << false;
-    QTest::newRow("first AddWMIRule fails") << 2 << false;
-    QTest::newRow("second AddWMIRule fails") << 3 << false;
-    QTest::newRow("last AddWMIRule fails") << 4 << false;
-    QTest::newRow("CanUseID unknown") << 0 << true;
-    QTest::newRow("AddWMIRule unknown") << 2 << true;
-}
+    void takenIdsAreDrawnAgainWithTheWindowAlive()
+    {
+        RecordingService s;
+        for (int i = 0; i < 4; ++i)
+            s.scriptOnce("CanUseID", answer(-1));
+        s.script("CanUseID", answer(0));
+        useService(&s);
+        int reads = 0; // the clock moves on after every second reading
+        ruleIdClock() = [&reads] { return Now + reads++ / 2; };
+        ScriptedEditors editors;
+        WizardOnPage3 w(editors, {"A"});
+        s.clear();
 
-void TestWmiRuleSubmit::finishStopsWhereTheServiceFails()
-{
-    QFETCH(int, failing);
-    QFETCH(bool, unknownName);
-    RecordingService s;
-    useService(&s);
-    ScriptedEditors editors;
-    WizardOnPage3 w(editors, {wmiCondition("A", "F", "uint8", "=", "1"),
-                              wmiCondition("B", "F", "uint16", "=", "2"),
-                              wmiCondition("C", "F", "uint32", "=", "3")});
-    MessageCatcher messages;
-    s.clear();
-    const QStringList order{"CanUseID", "CanUseExRuleName", "AddWMIRule", "AddWMIRule", "AddWMIRule"};
-    if (unknownName)
-        s.forgetMethod(order[failing]);
-    else
-        s.failCall(failing);
-    w.finish();
-
-    QVERIFY(!w.closed()); // the wizard stays on its last page, silently
-    QCOMPARE(w.sheet.wizard()->currentId(), 2);
-    QVERIFY(messages.messages.isEmpty());
-    QCOMPARE(s.methods(), order.mid(0, unknownName ? failing : failing + 1));
-    QCOMPARE(w.sheet.record().ruleId.isEmpty(), failing == 0);
-    QVERIFY(w.sheet.wizard()->button(QWizard::FinishButton)->isEnabled());
-    QVERIFY(w.sheet.wizard()->button(QWizard::BackButton)->isEnabled());
-
-    // Once the service works again, Finish starts over with a new id check.
-    s.setKnownMethods(RecordingService::catalogue());
-    const qsizetype before = s.calls().size();
-    w.finish();
-    QVERIFY(w.closed());
-    QCOMPARE(s.methods().mid(before), order);
-}
-
-void TestWmiRuleSubmit::takenNameKeepsTheWizardOpen()
-{
-    RecordingService s;
-    s.scriptOnce("CanUseExRuleName", answer(-1));
-    useService(&s);
-    ScriptedEditors editors;
-    WizardOnPage3 w(editors, {wmiCondition("A", "F", "uint8", "=", "1")}, "Taken");
-    MessageCatcher messages;
-    s.clear();
-    w.finish();
-    QVERIFY(!w.closed());
-    QCOMPARE(s.methods(), QStringList({"CanUseID", "CanUseExRuleName"}));
-    QCOMPARE(messages.messages.size(), 1);
-    QCOMPARE(messages.messages[0].caption, QStringLiteral("INFO"));
-    QCOMPARE(messages.messages[0].text,
-             QStringLiteral("There is already a rule with the same name. Please enter a different name."));
-    QCOMPARE(messages.messages[0].icon, ui::MessageIcon::Information);
-    QCOMPARE(w.sheet.record().ruleId, idAt(1763730000)); // the drawn id stays in the record
-
-    // A new name on page 1, then Finish again.
-    w.sheet.wizard()->back();
-    w.sheet.wizard()->back();
-    w.sheet.page1()->nameEdit()->setText("Free");
-    w.sheet.wizard()->next();
-    w.sheet.wizard()->next();
-    s.clear();
-    w.finish();
-    QVERIFY(w.closed());
-    QCOMPARE(s.signatures().mid(0, 2),
-             QStringList({"CanUseID(text:" + idAt(1763730000) + ", short:6)",
-                          "CanUseExRuleName(text:Free, short:6)"}));
-    QCOMPARE(s.calls().size(), 3);
-}
-
-void TestWmiRuleSubmit::takenIdsAreDrawnAgainWithTheWindowAlive()
-{
-    RecordingService s;
-    for (int i = 0; i < 4; ++i)
-        s.scriptOnce("CanUseID", answer(-1));
-    s.script("CanUseID", answer(0));
-    useService(&s);
-    // The clock moves on after every second reading.
-    int reads = 0;
-    ruleIdClock() = [&reads] { return qint64(1763730000 + reads++ / 2); };
-    ScriptedEditors editors;
-    WizardOnPage3 w(editors, {wmiCondition("A", "F", "uint8", "=", "1")});
-    s.clear();
-
-    // Events keep being handled between tries: a timer of the page's own keeps ticking, and the
-    // buttons that could start a second Finish are held while the search runs.
-    int ticks = 0;
-    bool finishHeld = true;
-    QTimer ticker;
-    ticker.setInterval(5);
-    QObject::connect(&ticker, &QTimer::timeout, [&] {
-        ++ticks;
-        finishHeld = finishHeld && !w.sheet.wizard()->button(QWizard::FinishButton)->isEnabled()
-                     && !w.sheet.wizard()->button(QWizard::BackButton)->isEnabled();
-    });
-    ticker.start();
-    w.finish();
-    ticker.stop();
-    QVERIFY(ticks > 0);
-    QVERIFY(finishHeld);
-    QVERIFY(w.closed());
-
-    QStringList candidates;
-    for (const RecordedCall &c : s.calls())
-        if (c.method == u"CanUseID")
-            candidates << std::get<QString>(c.args[0]);
-    QCOMPARE(candidates, QStringList({idAt(1763730000), idAt(1763730000), idAt(1763730001),
-                                      idAt(1763730001), idAt(1763730002)}));
-    QCOMPARE(w.sheet.record().ruleId, idAt(1763730002));
-    QCOMPARE(std::get<QString>(s.calls().last().args[0]), idAt(1763730002));
-}
-
-void TestWmiRuleSubmit::cancelEndsAnEndlessIdSearch()
-{
-    RecordingService s;
-    s.script("CanUseID", answer(-1)); // taken, forever
-    useService(&s);
-    ScriptedEditors editors;
-
-    // Through the control, the way the host opens it: the wizard runs modally.
-    CqarvoCtrl ctrl;
-    int calls = 0;
-    whenModalShown([&](QWidget *modal) {
-        auto *wizard = qobject_cast<QWizard *>(modal);
-        QVERIFY(wizard);
-        auto *name = wizard->findChild<QLineEdit *>("nameEdit");
-        name->setText("Endless");
-        wizard->next();
-        editors.wmiAnswers = {wmiCondition("A", "F", "uint8", "=", "1")};
-        wizard->findChild<QPushButton *>("addButton")->click();
-        wizard->next();
-        QTimer::singleShot(300, wizard, [wizard, &s, &calls] {
-            calls = int(s.calls().size());
-            wizard->button(QWizard::CancelButton)->click();
+        // Events keep being handled between tries: a timer keeps ticking, and the buttons that
+        // could start a second Finish are held while the search runs.
+        int ticks = 0;
+        bool held = true;
+        QTimer ticker;
+        ticker.setInterval(5);
+        QObject::connect(&ticker, &QTimer::timeout, [&] {
+            ++ticks;
+            held = held && !w.sheet.wizard()->button(QWizard::FinishButton)->isEnabled()
+                   && !w.sheet.wizard()->button(QWizard::BackButton)->isEnabled();
         });
-        wizard->button(QWizard::FinishButton)->click();
-    });
-    QCOMPARE(ctrl.ShowWMIRuleWzd(&s), short(2));
-    QVERIFY(calls >= 2); // it kept asking until Cancel
-    QVERIFY(!s.methods().contains("CanUseExRuleName"));
-    QVERIFY(!s.methods().contains("AddWMIRule"));
-    QVERIFY(!QApplication::activeModalWidget());
-}
+        ticker.start();
+        w.finish();
+        ticker.stop();
+        QVERIFY(ticks > 0);
+        QVERIFY(held);
+        QVERIFY(w.closed());
 
-void TestWmiRuleSubmit::propertiesLoadTheStoredRule()
-{
-    RecordingService s;
-    s.script("GetWMIRuleInfo",
-             ScriptedReply::table(InfoColumns,
-                                  {{"Disk space", "Enough free space", 0, 0, "root\\cimv2",
-                                    "Win32_LogicalDisk", "FreeSpace", "uint64", ">", "1000"},
-                                   {"Disk space", "Enough free space", 0, 2, "root\\cimv2",
-                                    "Win32_LogicalDisk", "Size", "uint64", ">", "2000"},
-                                   {"Disk space", "Enough free space", 0, 1, "root\\default",
-                                    "Win32_Volume", "Label", "string", "!=", "X"},
-                                   {"Disk space", "Enough free space", 0, 0, "root\\default",
-                                    "Win32_Volume", "DriveType", "uint32", "=", "3"}}));
-    useService(&s);
-    CWMIRuleSheet sheet(nullptr, RuleKind::WMI, SheetMode::Properties, "WMIRule Properties", 12);
-    QCOMPARE(s.signatures(), QStringList({"GetWMIRuleInfo(text:000000012, slot)",
-                                          "GetWMIRuleInfo(text:000000012, slot)"}));
-    for (const auto &trace : s.rowSets())
-        QVERIFY(trace->closed);
-    QCOMPARE(sheet.record().ruleId, QStringLiteral("000000012"));
-    QCOMPARE(sheet.loadedName(), QStringLiteral("Disk space"));
-    QCOMPARE(sheet.page1()->nameEdit()->text(), QStringLiteral("Disk space"));
-    QCOMPARE(sheet.page1()->commentEdit()->text(), QStringLiteral("Enough free space"));
-    CWMIRuleListViewer *list = sheet.page2()->list();
-    QCOMPARE(list->rowCount(), 4);
-    QStringList ops;
-    for (int r = 0; r < 4; ++r)
-        ops << list->cellText(r, column::Op) + "/" + QString::number(list->rowImage(r));
-    QCOMPARE(ops, QStringList({"EQ/11", "OR/12", "AND/13", "EQ/11"}));
-    QCOMPARE(list->rowTexts(2), (ConditionTexts{"root\\default", "Win32_Volume", "Label", "string",
-                                                "!=", "X"}));
-    QVERIFY(sheet.okButton()->isEnabled());
-}
-
-void TestWmiRuleSubmit::propertiesStoreAgainWithoutRename()
-{
-    RecordingService s;
-    s.script("GetWMIRuleInfo",
-             ScriptedReply::table(InfoColumns,
-                                  {{"Q", "c", 1, 0, "root\\cimv2", "SELECT * FROM Win32_Process",
-                                    "#Count", "uint8", "<", "2"},
-                                   {"Q", "c", 1, 0, "root\\cimv2", "SELECT * FROM Win32_Service",
-                                    "#Count", "uint8", "=", "0"}}));
-    useService(&s);
-    CWMIRuleSheet sheet(nullptr, RuleKind::WQL, SheetMode::Properties, "WQLRule Properties", 305);
-    sheet.window()->show();
-    sheet.page1()->commentEdit()->setText("new comment");
-    s.clear();
-    sheet.okButton()->click();
-    const QString ns = QStringLiteral("root\\cimv2");
-    // A later row stored with 0 comes back as "EQ" and goes out with code 0 again.
-    QCOMPARE(s.signatures(),
-             QStringList({"DelWMIRule(text:000000305, short:2)",
-                          addArgs("000000305", "Q", "new comment", 1, 0, 0,
-                                  "SELECT * FROM Win32_Process", "#Count", "2", "<", 4, ns, "uint8", 3),
-                          addArgs("000000305", "Q", "new comment", 1, 1, 0,
-                                  "SELECT * FROM Win32_Service", "#Count", "0", "=", 1, ns, "uint8", 3)}));
-    QVERIFY(!sheet.window()->isVisible());
-    QCOMPARE(sheet.window()->result(), int(QDialog::Accepted));
-}
-
-void TestWmiRuleSubmit::propertiesRenameIsCheckedCaseSensitively()
-{
-    RecordingService s;
-    s.script("GetWMIRuleInfo", ScriptedReply::table(InfoColumns, {{"Disk", "", 0, 0, "ns", "C", "F",
-                                                                   "string", "=", "v"}}));
-    useService(&s);
-    MessageCatcher messages;
-    {
-        CWMIRuleSheet sheet(nullptr, RuleKind::WMI, SheetMode::Properties, "WMIRule Properties", 9);
-        sheet.window()->show();
-        sheet.page1()->nameEdit()->setText("DISK");
-        s.clear();
-        sheet.okButton()->click();
-        QCOMPARE(s.signatures().mid(0, 3),
-                 QStringList({"CanUseExRuleName(text:DISK, short:6)",
-                              "UpdateExRuleNameInRule(text:Disk, text:DISK, short:6)",
-                              "DelWMIRule(text:000000009, short:2)"}));
-        QCOMPARE(s.calls().size(), 4);
-        QCOMPARE(std::get<QString>(s.calls()[3].args[1]), QStringLiteral("DISK"));
-        QVERIFY(!sheet.window()->isVisible());
+        // Each try draws from the clock anew; the rule is stored under the last candidate.
+        QCOMPARE(s.methods().count("CanUseID"), 5);
+        QCOMPARE(std::get<QString>(s.calls().last().args[0]), idAt(Now + 2));
     }
-    {
-        s.script("CanUseExRuleName", answer(-1));
-        CWMIRuleSheet sheet(nullptr, RuleKind::WMI, SheetMode::Properties, "WMIRule Properties", 9);
-        sheet.window()->show();
-        sheet.page1()->nameEdit()->setText("Other");
-        s.clear();
-        sheet.okButton()->click();
-        QCOMPARE(s.signatures(), QStringList({"CanUseExRuleName(text:Other, short:6)"}));
-        QCOMPARE(messages.texts(),
-                 QStringList({"There is already a rule with the same name. Please enter a different name."}));
-        QCOMPARE(messages.messages[0].caption, QStringLiteral("INFO"));
-        QVERIFY(sheet.window()->isVisible());
-    }
-}
 
-void TestWmiRuleSubmit::propertiesStopWhereTheServiceFails_data()
-{
-    QTest::addColumn<int>("failing");
-    QTest::addColumn<bool>("closes");
-    QTest::newRow("CanUseExRuleName") << 0 << false;
-    QTest::newRow("UpdateExRuleNameInRule") << 1 << false;
-    QTest::newRow("DelWMIRule") << 2 << false;
-    QTest::newRow("first AddWMIRule") << 3 << true;
-    QTest::newRow("second AddWMIRule") << 4 << true;
-    QTest::newRow("nothing") << 99 << true;
-}
-
-void TestWmiRuleSubmit::propertiesStopWhereTheServiceFails()
-{
-    QFETCH(int, failing);
-    QFETCH(bool, closes);
-    RecordingService s;
-    s.script("GetWMIRuleInfo",
-             ScriptedReply::table(InfoColumns, {{"Old", "", 0, 0, "ns", "C", "F", "string", "=", "v"},
-                                                {"Old", "", 0, 1, "ns", "D", "G", "string", "=", "w"}}));
-    useService(&s);
-    MessageCatcher messages;
-    CWMIRuleSheet sheet(nullptr, RuleKind::WMI, SheetMode::Properties, "WMIRule Properties", 77);
-    sheet.window()->show();
-    sheet.page1()->nameEdit()->setText("New");
-    s.clear();
-    s.failCall(failing);
-    sheet.okButton()->click();
-    const QStringList order{"CanUseExRuleName", "UpdateExRuleNameInRule", "DelWMIRule",
-                            "AddWMIRule", "AddWMIRule"};
-    QCOMPARE(s.methods(), order.mid(0, std::min(failing + 1, int(order.size()))));
-    QCOMPARE(sheet.window()->isVisible(), !closes);
-    QVERIFY(messages.messages.isEmpty());
-}
-
-void TestWmiRuleSubmit::propertiesKeepTheLoadedNameAfterAFailure()
-{
-    RecordingService s;
-    s.script("GetWMIRuleInfo",
-             ScriptedReply::table(InfoColumns, {{"Old", "", 0, 0, "ns", "C", "F", "string", "=", "v"}}));
-    useService(&s);
-    CWMIRuleSheet sheet(nullptr, RuleKind::WMI, SheetMode::Properties, "WMIRule Properties", 5);
-    sheet.window()->show();
-    sheet.page1()->nameEdit()->setText("New");
-    s.clear();
-    s.failCall(2); // the rename went through, the delete did not
-    sheet.okButton()->click();
-    QVERIFY(sheet.window()->isVisible());
-    const qsizetype before = s.calls().size();
-    sheet.okButton()->click();
-    QCOMPARE(s.signatures().mid(before, 3),
-             QStringList({"CanUseExRuleName(text:New, short:6)",
-                          "UpdateExRuleNameInRule(text:Old, text:New, short:6)",
-                          "DelWMIRule(text:000000005, short:2)"}));
-    QVERIFY(!sheet.window()->isVisible());
-}
-
-void TestWmiRuleSubmit::propertiesSurviveABrokenLoad()
-{
-    {
-        // No rule behind the id: empty name and comment, no rows, and OK stays off.
-        RecordingService s;
-        useService(&s);
-        CWMIRuleSheet sheet(nullptr, RuleKind::WMI, SheetMode::Properties, "WMIRule Properties", 5);
-        QVERIFY(sheet.page1()->nameEdit()->text().isEmpty());
-        QCOMPARE(sheet.page2()->list()->rowCount(), 0);
-        QVERIFY(!sheet.okButton()->isEnabled());
-    }
+    void cancelEndsAnEndlessIdSearch()
     {
         RecordingService s;
-        s.script("GetWMIRuleInfo", ScriptedReply::failure());
+        s.script("CanUseID", answer(-1)); // taken, forever
         useService(&s);
-        CWMIRuleSheet sheet(nullptr, RuleKind::WMI, SheetMode::Properties, "WMIRule Properties", 5);
-        QCOMPARE(s.calls().size(), 2);
-        QVERIFY(!sheet.okButton()->isEnabled());
+        ScriptedEditors editors;
+        CqarvoCtrl ctrl; // the way the host opens it: the wizard runs modally
+        int calls = 0;
+        whenModalShown([&](QWidget *modal) {
+            auto *wizard = qobject_cast<QWizard *>(modal);
+            QVERIFY(wizard);
+            wizard->findChild<QLineEdit *>("nameEdit")->setText("Endless");
+            wizard->next();
+            editors.wmiAnswers = {wmiCondition("A", "F", "uint8", "=", "1")};
+            wizard->findChild<QPushButton *>("addButton")->click();
+            wizard->next();
+            QTimer::singleShot(300, wizard, [wizard, &s, &calls] {
+                calls = int(s.calls().size());
+                wizard->button(QWizard::CancelButton)->click();
+            });
+            wizard->button(QWizard::FinishButton)->click();
+        });
+        QCOMPARE(ctrl.ShowWMIRuleWzd(&s), short(2));
+        QVERIFY(calls >= 2); // it kept asking until Cancel
+        QVERIFY(!s.methods().contains("CanUseExRuleName") && !s.methods().contains("AddWMIRule"));
+        QVERIFY(!QApplication::activeModalWidget());
     }
+
+    void propertiesLoadTheStoredRule()
     {
-        // A row-set fault while reading the second condition ends the load there.
         RecordingService s;
-        ScriptedReply names = ScriptedReply::table(
-            InfoColumns, {{"Long", QString(80, u'c'), 0, 0, "ns", "C", "F", "string", "=", "v"},
-                          {"Long", "", 0, 1, "ns", "D", "G", "string", "=", "w"}});
-        s.scriptOnce("GetWMIRuleInfo", names);
-        ScriptedReply rows = names;
-        rows.faultAtFieldRead = 9;
-        s.scriptOnce("GetWMIRuleInfo", rows);
-        useService(&s);
-        CWMIRuleSheet sheet(nullptr, RuleKind::WMI, SheetMode::Properties, "WMIRule Properties", 5);
-        QCOMPARE(sheet.page2()->list()->rowCount(), 1);
-        QCOMPARE(s.rowSets().size(), 2);
-        QCOMPARE(s.rowSets()[1]->destroyed, 1);
-        // A stored comment longer than page 1 hands on arrives cut to 49 characters.
-        QCOMPARE(sheet.record().comment.size(), 80);
-        QCOMPARE(sheet.page1()->commentEdit()->text(), QString(49, u'c'));
-        sheet.window()->show();
+        const QString comment(80, u'c');
+        Properties p(s, RuleKind::WMI, 12,
+                     {{"Disk", comment, 0, Ns, "Win32_LogicalDisk", "FreeSpace", "uint64", ">", "1"},
+                      {"Disk", comment, 2, Ns, "Win32_LogicalDisk", "Size", "uint64", ">", "2"},
+                      {"Disk", comment, 1, "root\\default", "Win32_Volume", "Label", "string", "!=", "X"},
+                      {"Disk", comment, 0, "root\\default", "Win32_Volume", "DriveType", "uint32", "=", "3"}});
+        QCOMPARE(s.signatures(), QStringList(2, "GetWMIRuleInfo(text:000000012, slot)"));
+        for (const auto &trace : s.rowSets())
+            QVERIFY(trace->closed);
+        QCOMPARE(p.sheet.loadedName(), QStringLiteral("Disk"));
+        QCOMPARE(p.sheet.page1()->nameEdit()->text(), QStringLiteral("Disk"));
+        QCOMPARE(opColumn(p.sheet.page2()->list()), QStringList({"EQ/11", "OR/12", "AND/13", "EQ/11"}));
+        QCOMPARE(p.sheet.page2()->list()->rowTexts(2),
+                 (ConditionTexts{"root\\default", "Win32_Volume", "Label", "string", "!=", "X"}));
+        QVERIFY(p.sheet.okButton()->isEnabled());
+        QVERIFY(p.sheet.okButton()->toolTip().isEmpty());
+
+        // A stored comment longer than page 1 hands on is shown, and stored again, cut to 49.
+        QCOMPARE(p.sheet.record().comment, comment);
+        QCOMPARE(p.sheet.page1()->commentEdit()->text(), QString(49, u'c'));
         s.clear();
-        sheet.okButton()->click();
-        QCOMPARE(s.methods(), QStringList({"DelWMIRule", "AddWMIRule"}));
+        p.ok();
+        QCOMPARE(s.methods(), QStringList({"DelWMIRule", "AddWMIRule", "AddWMIRule", "AddWMIRule",
+                                           "AddWMIRule"}));
         QCOMPARE(std::get<QString>(s.calls()[1].args[2]), QString(49, u'c'));
     }
-}
 
-void TestWmiRuleSubmit::controlMembersReturnTwoOrOne()
-{
-    RecordingService s;
-    s.script("GetWMIRuleInfo",
-             ScriptedReply::table(InfoColumns, {{"R", "", 1, 0, "ns", "SELECT * FROM A", "#Count",
-                                                 "uint8", "=", "0"}}));
-    useService(&s);
-    CqarvoCtrl ctrl;
+    void propertiesStoreAgainWithoutRename()
+    {
+        RecordingService s;
+        Properties p(s, RuleKind::WQL, 305,
+                     {{"Q", "c", 0, Ns, "SELECT * FROM Win32_Process", "#Count", "uint8", "<", "2"},
+                      {"Q", "c", 0, Ns, "SELECT * FROM Win32_Service", "#Count", "uint8", "=", "0"}});
+        p.sheet.page1()->commentEdit()->setText("new comment");
+        s.clear();
+        p.ok();
+        // No name check; a later row stored with 0 comes back as "EQ" and goes out with 0 again.
+        const QString h = head("000000305", "Q", "new comment", 1);
+        QCOMPARE(s.signatures(),
+                 QStringList({"DelWMIRule(text:000000305, short:2)",
+                              addCall(h, {0, 0, "SELECT * FROM Win32_Process", "#Count", "2", "<",
+                                          4, Ns, "uint8", 3}),
+                              addCall(h, {1, 0, "SELECT * FROM Win32_Service", "#Count", "0", "=",
+                                          1, Ns, "uint8", 3})}));
+        QVERIFY(!p.open());
+        QCOMPARE(p.sheet.window()->result(), int(QDialog::Accepted));
+    }
 
-    whenModalShown([](QWidget *modal) {
-        QCOMPARE(modal->windowTitle(), QStringLiteral("New WQLRule Wizard"));
-        qobject_cast<QDialog *>(modal)->reject();
-    });
-    QCOMPARE(ctrl.ShowWQLRuleWzd(&s), short(2));
+    void propertiesStopWhereTheServiceFails_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("taken");
+        QTest::addColumn<int>("failing");
+        QTest::addColumn<bool>("closes");
+        QTest::newRow("case-only rename") << "OLD" << false << 99 << true;
+        QTest::newRow("name taken") << "Other" << true << 99 << false;
+        const char *names[] = {"CanUseExRuleName", "UpdateExRuleNameInRule", "DelWMIRule",
+                               "first AddWMIRule", "second AddWMIRule"};
+        for (int i = 0; i < 5; ++i)
+            QTest::addRow("%s fails", names[i]) << "New" << false << i << (i > 2);
+    }
 
-    whenModalShown([](QWidget *modal) {
-        QCOMPARE(modal->windowTitle(), QStringLiteral("Properties"));
-        QCOMPARE(modal->findChild<QTabWidget *>("sheetTabs")->tabText(1), QStringLiteral("WQL"));
-        modal->findChild<QPushButton *>("okButton")->click();
-    });
-    // The properties of a WQL rule work with the service the control already has.
-    RecordingService other;
-    s.clear();
-    QCOMPARE(ctrl.ShowWQLProperties(&other, 44), short(1));
-    QVERIFY(other.calls().isEmpty());
-    QCOMPARE(s.methods(),
-             QStringList({"GetWMIRuleInfo", "GetWMIRuleInfo", "DelWMIRule", "AddWMIRule"}));
-    QCOMPARE(s.signatures()[0], QStringLiteral("GetWMIRuleInfo(text:000000044, slot)"));
+    void propertiesStopWhereTheServiceFails()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, taken);
+        QFETCH(int, failing);
+        QFETCH(bool, closes);
+        RecordingService s;
+        s.script("CanUseExRuleName", answer(taken ? -1 : 0));
+        MessageCatcher messages;
+        QVariantList second = OldRow;
+        second[2] = 1;
+        Properties p(s, RuleKind::WMI, 77, {OldRow, second});
+        p.sheet.page1()->nameEdit()->setText(name);
+        s.clear();
+        s.failCall(failing);
+        p.ok();
+        const QStringList order{"CanUseExRuleName", "UpdateExRuleNameInRule", "DelWMIRule",
+                                "AddWMIRule", "AddWMIRule"};
+        QCOMPARE(s.methods(), order.mid(0, taken ? 1 : failing + 1));
+        QCOMPARE(s.signatures()[0], "CanUseExRuleName(text:" + name + ", short:6)");
+        if (s.calls().size() > 3)
+            QCOMPARE(std::get<QString>(s.calls()[3].args[1]), name);
+        QCOMPARE(p.open(), !closes);
+        QCOMPARE(messages.texts(), taken ? QStringList{Taken} : QStringList());
+        if (closes || taken)
+            return;
+        // A second OK renames from the name as loaded again.
+        const qsizetype before = s.calls().size();
+        p.ok();
+        QCOMPARE(s.signatures().mid(before, 3),
+                 QStringList({"CanUseExRuleName(text:New, short:6)",
+                              "UpdateExRuleNameInRule(text:Old, text:New, short:6)",
+                              "DelWMIRule(text:000000077, short:2)"}));
+        QVERIFY(!p.open());
+    }
 
-    whenModalShown([](QWidget *modal) {
-        QCOMPARE(modal->findChild<QTabWidget *>("sheetTabs")->tabText(1), QStringLiteral("WMI"));
-        modal->findChild<QPushButton *>("cancelButton")->click();
-    });
-    QCOMPARE(ctrl.ShowWMIProperties(&s, 44), short(2));
-}
+    void propertiesOfAnIncompleteLoadCannotBeStored_data()
+    {
+        QTest::addColumn<int>("failing"); // GetWMIRuleInfo call that fails, -1 none
+        QTest::addColumn<int>("faultAt"); // field read that throws while reading the conditions
+        QTest::addColumn<int>("rowsShown");
+        QTest::newRow("name and comment cannot be read") << 0 << -1 << 2;
+        QTest::newRow("conditions cannot be read") << 1 << -1 << 0;
+        QTest::newRow("fault in the second condition") << -1 << 9 << 1;
+        // A rule without conditions is read completely: OK follows the page rules.
+        QTest::newRow("nothing stored") << -1 << -1 << 0;
+    }
+
+    void propertiesOfAnIncompleteLoadCannotBeStored()
+    {
+        QFETCH(int, failing);
+        QFETCH(int, faultAt);
+        QFETCH(int, rowsShown);
+        const bool complete = failing < 0 && faultAt < 0;
+        RecordingService s;
+        QVariantList second = OldRow;
+        second[2] = 1;
+        ScriptedReply rows = storedRule(rowsShown || !complete ? QList<QVariantList>{OldRow, second}
+                                                               : QList<QVariantList>{});
+        rows.faultAtFieldRead = faultAt;
+        s.scriptOnce("GetWMIRuleInfo", failing == 0 ? ScriptedReply::failure() : rows);
+        s.scriptOnce("GetWMIRuleInfo", failing == 1 ? ScriptedReply::failure() : rows);
+        useService(&s);
+        CWMIRuleSheet sheet(nullptr, RuleKind::WMI, SheetMode::Properties, "WMIRule Properties", 5);
+        sheet.window()->show();
+        QCOMPARE(sheet.page2()->list()->rowCount(), rowsShown);
+        QCOMPARE(sheet.loadedCompletely(), complete);
+        QCOMPARE(sheet.okButton()->isEnabled(), rowsShown > 0 && complete);
+        QCOMPARE(sheet.okButton()->toolTip().isEmpty(), complete);
+
+        // Only a complete load lets OK on: storing deletes first and would otherwise leave the
+        // rule with only the conditions that were read.
+        sheet.page1()->nameEdit()->setText("Renamed");
+        ScriptedEditors editors;
+        editors.wmiAnswers = {wmiCondition("A", "F", "uint8", "=", "1")};
+        sheet.page2()->addButton()->click();
+        QCOMPARE(sheet.okButton()->isEnabled(), complete);
+        s.clear();
+        QTest::keyClick(sheet.window(), Qt::Key_Return); // OK is the default button
+        if (!complete)
+            sheet.storeProperties();
+        QCOMPARE(s.methods(), complete ? QStringList({"CanUseExRuleName", "UpdateExRuleNameInRule",
+                                                      "DelWMIRule", "AddWMIRule"})
+                                       : QStringList());
+        QCOMPARE(sheet.window()->isVisible(), !complete);
+    }
+
+    void controlMembersReturnTwoOrOne()
+    {
+        RecordingService s;
+        s.script("GetWMIRuleInfo",
+                 storedRule({{"R", "", 0, "ns", "SELECT * FROM A", "#Count", "uint8", "=", "0"}}));
+        useService(&s);
+        CqarvoCtrl ctrl;
+        whenModalShown([](QWidget *modal) {
+            QCOMPARE(modal->windowTitle(), QStringLiteral("New WQLRule Wizard"));
+            qobject_cast<QDialog *>(modal)->reject();
+        });
+        QCOMPARE(ctrl.ShowWQLRuleWzd(&s), short(2));
+
+        whenModalShown([](QWidget *modal) {
+            QCOMPARE(modal->windowTitle(), QStringLiteral("Properties"));
+            QCOMPARE(modal->findChild<QTabWidget *>("sheetTabs")->tabText(1), QStringLiteral("WQL"));
+            modal->findChild<QPushButton *>("okButton")->click();
+        });
+        // The properties work with the service the control already has.
+        RecordingService other;
+        s.clear();
+        QCOMPARE(ctrl.ShowWQLProperties(&other, 44), short(1));
+        QVERIFY(other.calls().isEmpty());
+        QCOMPARE(s.methods(),
+                 QStringList({"GetWMIRuleInfo", "GetWMIRuleInfo", "DelWMIRule", "AddWMIRule"}));
+        QCOMPARE(s.signatures()[0], QStringLiteral("GetWMIRuleInfo(text:000000044, slot)"));
+    }
+};
 
 QTEST_MAIN(TestWmiRuleSubmit)
 #include "tst_wmirulesubmit.moc"
