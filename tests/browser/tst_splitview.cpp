@@ -42,7 +42,6 @@ class TestSplitView : public QObject
 private Q_SLOTS:
     void correctionRule_data();
     void correctionRule();
-    void freshViewHasThreeHundredPixelRow();
     void draggingKeepsBothMinimums();
     void resizingKeepsTheUpperRow();
     void tooLowAreaIsCorrectedOnce();
@@ -72,33 +71,23 @@ void TestSplitView::correctionRule()
     QCOMPARE(CMySplitterWnd::correctedRowHeight(row, client), corrected);
 }
 
-void TestSplitView::freshViewHasThreeHundredPixelRow()
-{
-    Browser b(QSize(700, 640));
-    QCOMPARE(b.dialog()->splitter()->size(), QSize(700, 640));
-    checkPanes(b, 300);
-    QCOMPARE(b.dialog()->splitter()->orientation(), Qt::Vertical);
-    QCOMPARE(b.dialog()->splitter()->widget(0), b.up());
-    QCOMPARE(b.dialog()->splitter()->widget(1), b.down());
-}
-
 void TestSplitView::draggingKeepsBothMinimums()
 {
     Browser b(QSize(700, 640));
     CMySplitterWnd *splitter = b.dialog()->splitter();
 
-    dragBar(splitter, 250 + 3);
-    checkPanes(b, 250);
-    dragBar(splitter, 60 + 3);
-    checkPanes(b, 100);
-    dragBar(splitter, 3);
-    checkPanes(b, 100);
-    dragBar(splitter, 600);
-    checkPanes(b, 640 - 100);
-    dragBar(splitter, 540 + 3);
-    checkPanes(b, 540);
-    dragBar(splitter, 541 + 3);
-    checkPanes(b, 540);
+    // A fresh view starts with a 300-pixel row, list above and details below.
+    QCOMPARE(splitter->size(), QSize(700, 640));
+    QCOMPARE(splitter->orientation(), Qt::Vertical);
+    QCOMPARE(splitter->widget(0), b.up());
+    QCOMPARE(splitter->widget(1), b.down());
+    checkPanes(b, 300);
+    // Where the bar's top edge is dropped, and the row that results.
+    const QList<std::pair<int, int>> drops = {{253, 250}, {63, 100}, {3, 100}, {600, 540}, {543, 540}, {544, 540}};
+    for (const auto &[barTop, row] : drops) {
+        dragBar(splitter, barTop);
+        checkPanes(b, row);
+    }
 }
 
 void TestSplitView::resizingKeepsTheUpperRow()
