@@ -17,6 +17,7 @@
 #include <QPainter>
 #include <QPlainTextEdit>
 #include <QTextCursor>
+#include <QTextDocument>
 
 namespace qarvo {
 
@@ -114,6 +115,9 @@ CPaneUP::CPaneUP(CPaneDown *paneDown, QWidget *parent) : QWidget(parent), m_pane
     m_description->setLineWrapMode(QPlainTextEdit::WidgetWidth);
     m_description->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     m_description->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    // The box is as high as the emblem; a slimmer margin lets the two-line NAQC text fit
+    // without a scroll bar at the usual widths.
+    m_description->document()->setDocumentMargin(2);
 
     m_hiddenFrame = new QFrame(this);
     m_hiddenFrame->setObjectName(QStringLiteral("hiddenFrame"));
