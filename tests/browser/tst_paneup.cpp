@@ -78,8 +78,6 @@ private Q_SLOTS:
     void rowsInServiceOrder_data();
     void rowsInServiceOrder();
     void loadStopsSilently();
-    void rowSetFaultKeepsRowsAlreadyAdded_data();
-    void rowSetFaultKeepsRowsAlreadyAdded();
 
     void selectionShowsDetails_data();
     void selectionShowsDetails();
@@ -90,11 +88,8 @@ private Q_SLOTS:
     void propertiesNeedASelectionAndCancelChangesNothing();
     void contextMenuOnRowAndOnEmptySpace();
 
-    void refusedDeleteListsEveryUser();
-    void allowedDeleteRemovesOnlyThatRow_data();
-    void allowedDeleteRemovesOnlyThatRow();
-    void deleteStopsSilentlyOnFailure_data();
-    void deleteStopsSilentlyOnFailure();
+    void deleteChecksUsersFirst_data();
+    void deleteChecksUsersFirst();
 
     void emblemPerView();
     void hundredThousandRules();
@@ -168,34 +163,57 @@ void TestPaneUp::secondSetUpAddsColumnsInFrontAndTextAtCaret()
 void TestPaneUp::rowsInServiceOrder_data()
 {
     QTest::addColumn<short>("view");
+    QTest::addColumn<int>("faultAt");
     QTest::addColumn<QStringList>("rows");
-    QTest::newRow("WMI") << short(6) << QStringList{"Antivirus|WMI|12", "Free disk|WQL|345", PareFeu + "|WQL|99"};
+    const QStringList wmi = {"Antivirus|WMI|12", "Free disk|WQL|345", PareFeu + "|WQL|99"};
+    QTest::newRow("WMI") << short(6) << -2 << wmi;
     // Odd ids convert by their leading digits; long and non-ASCII texts show as sent.
-    QTest::newRow("NAQC") << short(5)
-                          << QStringList{"Dial-in|quarantine profile|7", "|" + QString(1500, u'x') + "|12",
-                                         QString(300, u'N') + "||0", QString::fromUtf8("Удалённый доступ||-3")};
+    QTest::newRow("NAQC, odd ids and texts")
+        << short(5) << -2
+        << QStringList{"Dial-in|quarantine profile|7", "|" + QString(1500, u'x') + "|12", QString(300, u'N') + "||0",
+                       QString::fromUtf8("Удалённый доступ||-3")};
+    // A fault keeps the rows read so far, a half-read one too. NAQC reads name, comment, id per
+    // row; WMI reads wql, name, comment, id; -1 faults on close.
+    const QStringList naqc = {"Dial-in|quarantine profile|7", "|" + QString(1500, u'x') + "|12"};
+    QTest::newRow("NAQC, fault at 3rd comment") << short(5) << 7 << naqc + QStringList{QString(300, u'N') + "||0"};
+    QTest::newRow("NAQC, fault at 3rd name") << short(5) << 6 << naqc;
+    QTest::newRow("WMI, fault at 2nd kind") << short(6) << 4 << wmi.mid(0, 1);
+    QTest::newRow("WMI, fault at 3rd id") << short(6) << 11 << QStringList{wmi[0], wmi[1], PareFeu + "|WQL|0"};
+    QTest::newRow("WMI, fault on close") << short(6) << -1 << wmi;
 }
 
 void TestPaneUp::rowsInServiceOrder()
 {
     QFETCH(short, view);
+    QFETCH(int, faultAt);
     RulesService s;
-    s.script("GetRQCRule", naqcRules({{"Dial-in", "quarantine profile", "000000007"},
-                                      {"", QString(1500, u'x'), "12abc"},
-                                      {QString(300, u'N'), "", "not a number"},
-                                      {QString::fromUtf8("Удалённый доступ"), "", "-3"}}));
+    ScriptedReply reply = view == 6 ? RulesService::wmiList()
+                                    : naqcRules({{"Dial-in", "quarantine profile", "000000007"},
+                                                 {"", QString(1500, u'x'), "12abc"},
+                                                 {QString(300, u'N'), "", "not a number"},
+                                                 {QString::fromUtf8("Удалённый доступ"), "", "-3"}});
+    reply.faultAtFieldRead = faultAt;
+    reply.faultOnClose = faultAt == -1;
+    s.script(view == 6 ? "GetWMIRules" : "GetRQCRule", reply);
+    QList<qint32> faults;
+    setFaultReporter([&](const DataServiceError &e) { faults << e.status(); });
     Browser b(view, &s);
+    setFaultReporter({});
+    QCOMPARE(faults, faultAt == -2 ? QList<qint32>() : QList<qint32>({status::Fail}));
     QCOMPARE(s.signatures(), QStringList{view == 6 ? "GetWMIRules(slot)" : "GetRQCRule(slot)"});
     QTEST(rowSummary(b), "rows");
     for (int r = 0; r < b.model()->rowCount(); ++r) {
         QCOMPARE(b.role(r, images::ImageIndexRole).toInt(), int(view == 6 ? images::WmiRule : images::NaqcRule));
         QCOMPARE(b.role(r, Qt::UserRole).typeId(), QMetaType::Int);
     }
-    if (view == 6)
+    if (view == 6 && faultAt == -2)
         QCOMPARE(b.cell(0, 2), QStringLiteral("checks the scanner"));
-    QVERIFY(s.rowSets().first()->closed);
+    QCOMPARE(s.rowSets().first()->closed, faultAt == -2);
     QVERIFY(b.list()->selectionModel()->selectedRows().isEmpty());
-    keepScreenshot(b.host.get(), view == 6 ? QStringLiteral("wmi-view") : QStringLiteral("naqc-view"));
+    b.clickRow(0); // the list stays usable
+    QCOMPARE(b.up()->selectionMark(), 0);
+    if (faultAt == -2)
+        keepScreenshot(b.host.get(), view == 6 ? QStringLiteral("wmi-view") : QStringLiteral("naqc-view"));
 }
 
 void TestPaneUp::loadStopsSilently()
@@ -227,40 +245,6 @@ void TestPaneUp::loadStopsSilently()
     b.ctrl->RefreshList();
     QCOMPARE(b.model()->rowCount(), 0);
     QVERIFY(messages.messages.isEmpty());
-}
-
-void TestPaneUp::rowSetFaultKeepsRowsAlreadyAdded_data()
-{
-    QTest::addColumn<short>("view");
-    QTest::addColumn<int>("faultAt");
-    QTest::addColumn<QStringList>("rows");
-    // NAQC reads name, comment, id per row; WMI reads wql, name, comment, id. -1: on close.
-    QTest::newRow("NAQC, 2nd comment") << short(5) << 4 << QStringList{"Dial-in|quarantine profile|7", "VPN||0"};
-    QTest::newRow("NAQC, 2nd name") << short(5) << 3 << QStringList{"Dial-in|quarantine profile|7"};
-    QTest::newRow("WMI, 2nd kind") << short(6) << 4 << QStringList{"Antivirus|WMI|12"};
-    QTest::newRow("WMI, 3rd id") << short(6) << 11
-                                 << QStringList{"Antivirus|WMI|12", "Free disk|WQL|345", PareFeu + "|WQL|0"};
-    QTest::newRow("WMI, on close") << short(6) << -1
-                                   << QStringList{"Antivirus|WMI|12", "Free disk|WQL|345", PareFeu + "|WQL|99"};
-}
-
-void TestPaneUp::rowSetFaultKeepsRowsAlreadyAdded()
-{
-    QFETCH(short, view);
-    QFETCH(int, faultAt);
-    RulesService s;
-    ScriptedReply reply = view == 5 ? RulesService::naqcList() : RulesService::wmiList();
-    reply.faultAtFieldRead = faultAt;
-    reply.faultOnClose = faultAt < 0;
-    s.script(view == 5 ? "GetRQCRule" : "GetWMIRules", reply);
-    QList<qint32> faults;
-    setFaultReporter([&](const DataServiceError &e) { faults << e.status(); });
-    Browser b(view, &s);
-    setFaultReporter({});
-    QCOMPARE(faults, QList<qint32>({status::Fail}));
-    QTEST(rowSummary(b), "rows");
-    b.clickRow(0); // the list stays usable
-    QCOMPARE(b.up()->selectionMark(), 0);
 }
 
 void TestPaneUp::selectionShowsDetails_data()
@@ -444,108 +428,88 @@ void TestPaneUp::contextMenuOnRowAndOnEmptySpace()
     QCOMPARE(headingWhileOpen, QStringLiteral("Free disk"));
 }
 
-void TestPaneUp::refusedDeleteListsEveryUser()
+void TestPaneUp::deleteChecksUsersFirst_data()
 {
+    QTest::addColumn<short>("view");
+    QTest::addColumn<int>("row");
+    QTest::addColumn<QStringList>("users");
+    QTest::addColumn<int>("failAt");
+    QTest::addColumn<int>("faultAt");
+    QTest::addColumn<QStringList>("sent");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QStringList>("left");
+    const QStringList wmi = {"Antivirus|WMI|12", "Free disk|WQL|345", PareFeu + "|WQL|99"};
+    const QStringList three = {"Office network", QString::fromUtf8("Zweigstelle Süd"), "Lab"};
+    const QString used = "RulesUsedExRule(text:Antivirus, short:6, slot)";
+    // No question, no reload, no neighbour fetched.
+    QTest::newRow("WMI, allowed") << short(6) << 1 << QStringList() << -1 << -1
+                                  << QStringList{"RulesUsedExRule(text:Free disk, short:6, slot)",
+                                                 "DelWMIRule(text:000000345, short:1)"}
+                                  << QString() << QStringList{wmi[0], wmi[2]};
+    QTest::newRow("NAQC, allowed") << short(5) << 0 << QStringList() << -1 << -1
+                                   << QStringList{"RulesUsedExRule(text:Dial-in, short:5, slot)",
+                                                  "DelRQCRule(text:000000007, short:1)"}
+                                   << QString() << QStringList{"VPN||31"};
+    QTest::newRow("in use") << short(6) << 0 << three << -1 << -1 << QStringList{used}
+                            << QString::fromUtf8("Cannot delete the [Antivirus] - because it is being used by the "
+                                                 "follow rule(s).\n\n    - Office network\n    - Zweigstelle Süd"
+                                                 "\n    - Lab")
+                            << wmi;
+    // Failures stop silently.
+    QTest::newRow("usage check fails") << short(6) << 0 << QStringList() << 0 << -1 << QStringList{used} << QString() << wmi;
+    QTest::newRow("usage row set faults") << short(6) << 0 << three << -1 << 1 << QStringList{used} << QString() << wmi;
+    QTest::newRow("delete fails") << short(6) << 0 << QStringList() << 1 << -1
+                                  << QStringList{used, "DelWMIRule(text:000000012, short:1)"} << QString() << wmi;
+}
+
+void TestPaneUp::deleteChecksUsersFirst()
+{
+    QFETCH(short, view);
+    QFETCH(int, row);
+    QFETCH(QStringList, users);
+    QFETCH(int, failAt);
+    QFETCH(int, faultAt);
+    QFETCH(QString, message);
     RulesService s;
-    s.script("RulesUsedExRule", ScriptedReply::table({"rule_name"}, {{"Office network"},
-                                                                     {QString::fromUtf8("Zweigstelle Süd")},
-                                                                     {"Lab"}}));
-    Browser b(6, &s);
+    QList<QVariantList> userRows;
+    for (const QString &u : users)
+        userRows.append({u});
+    ScriptedReply usage = ScriptedReply::table({"rule_name"}, userRows);
+    usage.faultAtFieldRead = faultAt;
+    s.script("RulesUsedExRule", usage);
+    Browser b(view, &s);
     MessageCatcher messages;
-    b.clickRow(0);
+    b.clickRow(row);
     s.clear();
+    if (failAt >= 0)
+        s.failCall(failAt);
+    setFaultReporter([](const DataServiceError &) {});
     b.up()->runCommand(CPaneUP::CommandDelete);
-
-    QCOMPARE(s.signatures(), QStringList({"RulesUsedExRule(text:Antivirus, short:6, slot)"}));
-    QVERIFY(s.rowSets().first()->closed);
-    QCOMPARE(messages.messages.size(), 1);
-    QCOMPARE(messages.messages[0].caption, QStringLiteral("INFO"));
-    QCOMPARE(messages.messages[0].icon, ui::MessageIcon::Information);
-    QCOMPARE(messages.messages[0].text,
-             QString::fromUtf8("Cannot delete the [Antivirus] - because it is being used by the follow rule(s).\n"
-                               "\n    - Office network\n    - Zweigstelle Süd\n    - Lab"));
-    QCOMPARE(b.model()->rowCount(), 3);
-
-    // What the administrator sees.
-    if (!qEnvironmentVariableIsEmpty("QARVO_SCREENSHOT_DIR")) {
-        ui::setMessageHandler({});
+    setFaultReporter({});
+    QTEST(s.signatures(), "sent");
+    QVERIFY(s.rowSets().isEmpty() || s.rowSets().first()->closed || faultAt >= 0);
+    QCOMPARE(messages.texts(), message.isEmpty() ? QStringList() : QStringList{message});
+    if (!message.isEmpty()) {
+        QCOMPARE(messages.messages[0].caption, QStringLiteral("INFO"));
+        QCOMPARE(messages.messages[0].icon, ui::MessageIcon::Information);
+    }
+    QTEST(rowSummary(b), "left");
+    if (!message.isEmpty() && !qEnvironmentVariableIsEmpty("QARVO_SCREENSHOT_DIR")) {
+        ui::setMessageHandler({}); // what the administrator sees
         whenModalShown([](QWidget *modal) {
             keepScreenshot(modal, QStringLiteral("refused-delete"));
             static_cast<QDialog *>(modal)->accept();
         });
         b.up()->deleteSelectedRule();
     }
-}
-
-void TestPaneUp::allowedDeleteRemovesOnlyThatRow_data()
-{
-    QTest::addColumn<short>("view");
-    QTest::addColumn<int>("row");
-    QTest::addColumn<QStringList>("sent");
-    QTest::addColumn<QStringList>("left");
-    QTest::newRow("WMI") << short(6) << 1
-                         << QStringList{"RulesUsedExRule(text:Free disk, short:6, slot)",
-                                        "DelWMIRule(text:000000345, short:1)"}
-                         << QStringList{"Antivirus|WMI|12", PareFeu + "|WQL|99"};
-    QTest::newRow("NAQC") << short(5) << 0
-                          << QStringList{"RulesUsedExRule(text:Dial-in, short:5, slot)",
-                                         "DelRQCRule(text:000000007, short:1)"}
-                          << QStringList{"VPN||31"};
-}
-
-void TestPaneUp::allowedDeleteRemovesOnlyThatRow()
-{
-    QFETCH(short, view);
-    QFETCH(int, row);
-    RulesService s;
-    Browser b(view, &s);
-    MessageCatcher messages;
-    b.clickRow(row);
-    s.clear();
-    b.up()->deleteSelectedRule();
-    QTEST(s.signatures(), "sent"); // no question, no reload, no neighbour fetched
-    QVERIFY(messages.messages.isEmpty());
+    if (failAt >= 0 || faultAt >= 0 || !message.isEmpty())
+        return;
     QCOMPARE(b.down()->heading(), QString());
     QCOMPARE(b.details()->topLevelItemCount(), 0);
-    QTEST(rowSummary(b), "left");
-
     // Nothing is selected any more, so a second Delete does nothing.
     s.clear();
     b.up()->deleteSelectedRule();
     QVERIFY(s.calls().isEmpty());
-}
-
-void TestPaneUp::deleteStopsSilentlyOnFailure_data()
-{
-    QTest::addColumn<int>("failAt");
-    QTest::addColumn<int>("faultAt");
-    QTest::addColumn<int>("calls");
-    QTest::newRow("usage check fails") << 0 << -1 << 1;
-    QTest::newRow("delete fails") << 1 << -1 << 2;
-    QTest::newRow("usage row set faults") << -1 << 1 << 1;
-}
-
-void TestPaneUp::deleteStopsSilentlyOnFailure()
-{
-    QFETCH(int, failAt);
-    QFETCH(int, faultAt);
-    RulesService s;
-    ScriptedReply used = ScriptedReply::table({"rule_name"}, {{"A"}, {"B"}});
-    used.faultAtFieldRead = faultAt;
-    if (faultAt >= 0)
-        s.script("RulesUsedExRule", used);
-    Browser b(6, &s);
-    MessageCatcher messages;
-    b.clickRow(2);
-    s.clear();
-    if (failAt >= 0)
-        s.failCall(failAt);
-    setFaultReporter([](const DataServiceError &) {});
-    b.up()->deleteSelectedRule();
-    setFaultReporter({});
-    QTEST(int(s.calls().size()), "calls");
-    QVERIFY(messages.messages.isEmpty());
-    QCOMPARE(b.model()->rowCount(), 3);
 }
 
 void TestPaneUp::emblemPerView()
