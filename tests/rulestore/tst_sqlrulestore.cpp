@@ -72,7 +72,6 @@ private Q_SLOTS:
     void checksAnswerWithinTheCategoryAsShort();
     void usageIsReportedAndFollowsRenames();
     void deleteFromListDropsUsesButStoreAgainKeepsThem();
-    void propertySheetEditKeepsIdAndUsers();
     void dispatchRefusesUnknownNamesCountsAndKinds_data();
     void dispatchRefusesUnknownNamesCountsAndKinds();
     void badValuesAreRefusedWithNothingWritten_data();
@@ -222,13 +221,18 @@ void TestSqlRuleStore::deleteFromListDropsUsesButStoreAgainKeepsThem()
     QCOMPARE(use(store.get(), category::WMI, 2, QStringLiteral("Base")), status::Ok);
     QCOMPARE(use(store.get(), category::NAQC, 3, QStringLiteral("User")), status::Ok);
 
-    // Mode 2: the rule and its conditions go; uses in both directions wait for it to come back.
+    // The property sheet's save: rename, delete in mode 2, store again. The rule and its conditions
+    // go; uses in both directions wait for it to come back under its id.
+    QCOMPARE(calls::UpdateExRuleNameInRule(store.get(), QStringLiteral("User"), QStringLiteral("Renamed"),
+                                           category::WMI),
+             status::Ok);
     QCOMPARE(calls::DelWMIRule(store.get(), ruleIdText(2), delmode::BeforeStoreAgain), status::Ok);
     QCOMPARE(names(store.get()), QStringList{"Base"});
     QCOMPARE(info(store.get(), 2, {"rule_name"}), QStringList());
-    QVERIFY(storeWmi(store.get(), 2, QStringLiteral("User"), 1));
-    QCOMPARE(users(store.get(), QStringLiteral("Base")), QStringList{"User"});
-    QCOMPARE(users(store.get(), QStringLiteral("User")), QStringList{"VPN"});
+    QVERIFY(storeWmi(store.get(), 2, QStringLiteral("Renamed"), 1));
+    QCOMPARE(info(store.get(), 2, {"rule_name", "rule_value"}), QStringList{"Renamed|1"});
+    QCOMPARE(users(store.get(), QStringLiteral("Base")), QStringList{"Renamed"});
+    QCOMPARE(users(store.get(), QStringLiteral("Renamed")), QStringList{"VPN"});
 
     // Mode 1: its own uses go with it, and stray references to it as well.
     QCOMPARE(calls::DelWMIRule(store.get(), ruleIdText(2), delmode::FromList), status::Ok);
@@ -250,26 +254,6 @@ void TestSqlRuleStore::deleteFromListDropsUsesButStoreAgainKeepsThem()
 
     // Deleting what is not there is not an error: another console may have been first.
     QCOMPARE(calls::DelRQCRule(store.get(), ruleIdText(3), delmode::FromList), status::Ok);
-}
-
-void TestSqlRuleStore::propertySheetEditKeepsIdAndUsers()
-{
-    auto store = m_fx.open();
-    QVERIFY(storeWmi(store.get(), 10, QStringLiteral("Old name"), 2));
-    QVERIFY(storeWmi(store.get(), 11, QStringLiteral("Policy")));
-    QCOMPARE(use(store.get(), category::WMI, 11, QStringLiteral("Old name")), status::Ok);
-
-    // The sheet's sequence: name check, rename, delete in mode 2, store again.
-    QVERIFY(!calls::CanUseExRuleName(store.get(), QStringLiteral("New name"), category::WMI).yes);
-    QCOMPARE(calls::UpdateExRuleNameInRule(store.get(), QStringLiteral("Old name"), QStringLiteral("New name"),
-                                           category::WMI),
-             status::Ok);
-    QCOMPARE(calls::DelWMIRule(store.get(), ruleIdText(10), delmode::BeforeStoreAgain), status::Ok);
-    WMIRuleRow row = wmiRow(10, QStringLiteral("New name"), 0);
-    row.value = QStringLiteral("3");
-    QCOMPARE(calls::AddWMIRule(store.get(), row), status::Ok);
-    QCOMPARE(info(store.get(), 10, {"rule_name", "rule_value"}), QStringList{"New name|3"});
-    QCOMPARE(users(store.get(), QStringLiteral("New name")), QStringList{"Policy"});
 }
 
 void TestSqlRuleStore::dispatchRefusesUnknownNamesCountsAndKinds_data()
