@@ -158,17 +158,6 @@ private Q_SLOTS:
         QVERIFY(!again.createdOnOpen());
     }
 
-    void scriptSelectionMarksChosenEntriesPerSection()
-    {
-        const QString pre = QStringLiteral("Pre-Connect Actions"), svc = QStringLiteral("Svc");
-        QCOMPARE(scriptSelection(svc, {}), QStringLiteral("\"Svc\",0,0,0,0,0,0,0,0,0"));
-        QCOMPARE(scriptSelection(svc, {{"a", pre, "", false}, {"b", pre, "", true}}),
-                 QStringLiteral("\"Svc\",0,\"1\",0,0,0,0,0,0,0"));
-        QCOMPARE(scriptSelection(svc, {{"a", pre, "", true}, {"x", "On-Error Actions", "", true}, {"b", pre, "", false},
-                                       {"c", pre, "", true}}),
-                 QStringLiteral("\"Svc\",0,\"0:2\",0,0,0,0,0,0,\"0\""));
-    }
-
     void viewsSwitchLikeAHostDoes()
     {
         CallLog log(m_store.get());
