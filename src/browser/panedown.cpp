@@ -228,6 +228,8 @@ void CPaneDown::readScriptActions(int ruleId)
             return;
         // Each chosen action goes on top, so several show latest first.
         auto *item = new QTreeWidgetItem;
+        // As high as a condition row with its 16-px image, so both layouts read alike.
+        item->setSizeHint(0, QSize(0, 18));
         item->setText(0, row.text(QStringLiteral("rule_script")));
         m_list->insertTopLevelItem(0, item);
         item->setText(1, row.text(QStringLiteral("rule_scriptact")));

@@ -17,46 +17,19 @@
 #include <QPainter>
 #include <QPlainTextEdit>
 #include <QTextCursor>
+#include <QTextDocument>
 
 namespace qarvo {
 
 namespace {
 
-const QString &fieldRuleName()
-{
-    static const QString name = QStringLiteral("rule_name");
-    return name;
-}
-
-const QString &fieldRuleComment()
-{
-    static const QString name = QStringLiteral("rule_comment");
-    return name;
-}
-
-const QString &fieldRuleId()
-{
-    static const QString name = QStringLiteral("rule_id");
-    return name;
-}
-
-const QString &fieldRuleWql()
-{
-    static const QString name = QStringLiteral("rule_wql");
-    return name;
-}
-
-const QString &kindWmi()
-{
-    static const QString text = QStringLiteral("WMI");
-    return text;
-}
-
-const QString &kindWql()
-{
-    static const QString text = QStringLiteral("WQL");
-    return text;
-}
+// Built once: the list reads these for every row, and a large list has a hundred thousand.
+const QString FieldRuleName = QStringLiteral("rule_name");
+const QString FieldRuleComment = QStringLiteral("rule_comment");
+const QString FieldRuleId = QStringLiteral("rule_id");
+const QString FieldRuleWql = QStringLiteral("rule_wql");
+const QString KindWmi = QStringLiteral("WMI");
+const QString KindWql = QStringLiteral("WQL");
 
 QList<RuleListModel::Column> columnsOf(qint16 viewType)
 {
@@ -142,6 +115,9 @@ CPaneUP::CPaneUP(CPaneDown *paneDown, QWidget *parent) : QWidget(parent), m_pane
     m_description->setLineWrapMode(QPlainTextEdit::WidgetWidth);
     m_description->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     m_description->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    // The box is as high as the emblem; a slimmer margin lets the two-line NAQC text fit
+    // without a scroll bar at the usual widths.
+    m_description->document()->setDocumentMargin(2);
 
     m_hiddenFrame = new QFrame(this);
     m_hiddenFrame->setObjectName(QStringLiteral("hiddenFrame"));
@@ -245,21 +221,21 @@ void CPaneUP::readRules(qint16 viewType)
         RowReader reader(reply);
         while (!reader.atEnd()) {
             if (viewType == category::NAQC) {
-                const QString name = reader.text(fieldRuleName());
+                const QString name = reader.text(FieldRuleName);
                 RuleListModel::Row &row = rows.emplace_back();
                 row.cells[0] = name;
                 row.image = images::NaqcRule;
-                row.cells[1] = reader.text(fieldRuleComment());
-                row.ruleId = reader.integer(fieldRuleId());
+                row.cells[1] = reader.text(FieldRuleComment);
+                row.ruleId = reader.integer(FieldRuleId);
             } else {
-                const qint32 wql = reader.integer(fieldRuleWql());
-                const QString name = reader.text(fieldRuleName());
+                const qint32 wql = reader.integer(FieldRuleWql);
+                const QString name = reader.text(FieldRuleName);
                 RuleListModel::Row &row = rows.emplace_back();
                 row.cells[0] = name;
                 row.image = images::WmiRule;
-                row.cells[1] = wql == 0 ? kindWmi() : kindWql();
-                row.cells[2] = reader.text(fieldRuleComment());
-                row.ruleId = reader.integer(fieldRuleId());
+                row.cells[1] = wql == 0 ? KindWmi : KindWql;
+                row.cells[2] = reader.text(FieldRuleComment);
+                row.ruleId = reader.integer(FieldRuleId);
             }
             reader.next();
         }
@@ -293,7 +269,7 @@ void CPaneUP::openProperties()
             return;
         const int ruleId = m_model->row(mark).ruleId;
         // In the NAQC view column 1 holds the comment; the flag then means nothing.
-        const int wql = m_model->cellText(mark, 1) == kindWmi() ? 0 : 1;
+        const int wql = m_model->cellText(mark, 1) == KindWmi ? 0 : 1;
         if (!editionAllows(m_viewType, EditionAction::Properties, this))
             return;
 
@@ -338,7 +314,7 @@ void CPaneUP::deleteSelectedRule()
         bool used = false;
         forEachRow(users, [&](RowReader &row) {
             used = true;
-            message += QStringLiteral("\n    - ") + row.text(fieldRuleName());
+            message += QStringLiteral("\n    - ") + row.text(FieldRuleName);
         });
         if (used) {
             ui::infoText(this, message);

@@ -1,91 +1,50 @@
 #include "console/sampledata.h"
 
 #include "dataservice/calls.h"
+#include "naqcrule/rqcrulerecord.h"
 #include "rulestore/sqlrulestore.h"
-
-#include <QList>
-#include <QStringList>
+#include "wmirule/ruledata.h"
 
 namespace qarvo::console {
 
 namespace {
 
-const QStringList actionSections = {
-    QStringLiteral("Pre-Init Actions"),   QStringLiteral("Pre-Connect Actions"),
-    QStringLiteral("Pre-Dial Actions"),   QStringLiteral("Pre-Tunnel Actions"),
-    QStringLiteral("Connect Actions"),    QStringLiteral("Auto Applications"),
-    QStringLiteral("Disconnect Actions"), QStringLiteral("On-Cancel Actions"),
-    QStringLiteral("On-Error Actions"),
-};
-
-struct Condition
+// The sample conditions read as the details pane shows them: conjunction, namespace, class or
+// query, field, type, operator, value.
+WMIConditionRecord condition(const QString &conjunction, const QString &nameSpace, const QString &classOrQuery,
+                             const QString &field, const QString &type, const QString &op, const QString &value)
 {
-    QString conjunction; // "EQ", "AND", "OR"
-    QString nameSpace;
-    QString classOrQuery;
-    QString field;
-    QString type;
-    QString op;
-    QString value;
-};
-
-qint16 conjunctionCode(const QString &c)
-{
-    return c == QLatin1String("EQ") ? 0 : c == QLatin1String("AND") ? 1 : 2;
+    return {conjunction, classOrQuery, field, value, op, nameSpace, type};
 }
 
-qint16 operatorCode(const QString &op)
-{
-    static const QStringList ops = {QStringLiteral("="),  QStringLiteral("!="), QStringLiteral(">"),
-                                    QStringLiteral("<"),  QStringLiteral(">="), QStringLiteral("<="),
-                                    QStringLiteral("in"), QStringLiteral("not in")};
-    return qint16(ops.indexOf(op) + 1);
-}
-
-qint16 typeCode(const QString &type)
-{
-    static const QStringList types = {QStringLiteral("boolean"), QStringLiteral("string"),
-                                      QStringLiteral("uint8"),   QStringLiteral("uint16"),
-                                      QStringLiteral("sint16"),  QStringLiteral("uint32"),
-                                      QStringLiteral("sint32"),  QStringLiteral("uint64"),
-                                      QStringLiteral("sint64"),  QStringLiteral("datetime")};
-    return qint16(types.indexOf(type) + 1);
-}
-
+// Stores rules the way the property sheets do, and remembers the first failure.
 class Writer
 {
 public:
     explicit Writer(SqlRuleStore &store) : m_store(store) {}
 
-    void wmi(int id, const QString &name, const QString &comment, qint16 kind,
-             const QList<Condition> &conditions)
+    void wmi(int id, const QString &name, const QString &comment, RuleKind kind,
+             QList<WMIConditionRecord> conditions)
     {
-        qint16 index = 0;
-        for (const Condition &c : conditions) {
-            WMIRuleRow row{ruleIdText(id), name,   comment,        kind,
-                           index++,        conjunctionCode(c.conjunction),
-                           c.classOrQuery, c.field, c.value, c.op, operatorCode(c.op),
-                           c.nameSpace,    c.type, typeCode(c.type)};
-            check(calls::AddWMIRule(&m_store, row));
-        }
-        ++m_added;
+        WMIRuleData rule;
+        rule.kind = kind;
+        rule.ruleId = ruleIdText(id);
+        rule.ruleName = name;
+        rule.comment = comment;
+        rule.conditions = std::move(conditions);
+        rule.service = &m_store;
+        check(writeConditions(rule));
     }
 
     void naqc(int id, const QString &name, const QString &service, const QString &comment,
-              const QList<SampleScript> &scripts)
+              QList<RQCScriptEntry> scripts)
     {
-        qint16 entry = 0;
-        for (const SampleScript &s : scripts)
-            check(calls::AddRQCScript(&m_store, ruleIdText(id), entry++, s.file, s.section,
-                                      s.comment, qint16(s.selected ? 1 : 0)));
-        check(calls::AddRQCRule(&m_store, ruleIdText(id), name, service, comment,
-                                scriptSelection(service, scripts)));
-        ++m_added;
+        check(storeRQCRule(&m_store, {ruleIdText(id), name, service, comment, std::move(scripts)}));
     }
 
     void uses(qint16 userCategory, int userId, qint16 usedCategory, const QString &usedName)
     {
-        check(m_store.addRuleUsage(userCategory, ruleIdText(userId), usedCategory, usedName));
+        check(!failed(m_store.addRuleUsage(userCategory, ruleIdText(userId), usedCategory, usedName)), false);
     }
 
     bool ok() const { return m_ok; }
@@ -93,9 +52,10 @@ public:
     const QString &error() const { return m_error; }
 
 private:
-    void check(qint32 s)
+    void check(bool stored, bool isRule = true)
     {
-        if (failed(s) && m_ok) {
+        m_added += isRule ? 1 : 0;
+        if (!stored && m_ok) {
             m_ok = false;
             m_error = m_store.lastError();
         }
@@ -109,75 +69,53 @@ private:
 
 } // namespace
 
-QString scriptSelection(const QString &serviceName, const QList<SampleScript> &scripts)
-{
-    QString text = QLatin1Char('"') + serviceName + QLatin1Char('"');
-    for (const QString &section : actionSections) {
-        QStringList chosen;
-        int k = 0;
-        for (const SampleScript &s : scripts) {
-            if (s.section != section)
-                continue;
-            if (s.selected)
-                chosen.append(QString::number(k));
-            ++k;
-        }
-        text += chosen.isEmpty() ? QStringLiteral(",0")
-                                 : QStringLiteral(",\"") + chosen.join(QLatin1Char(':')) + QLatin1Char('"');
-    }
-    return text;
-}
-
 int addSampleRules(SqlRuleStore &store, QString *error)
 {
     if (!store.isEmpty())
         return 0;
     const QString cimv2 = QStringLiteral("Root\\CIMV2");
+    const QString os = QStringLiteral("Win32_OperatingSystem"), service = QStringLiteral("Win32_Service");
     Writer w(store);
-    w.wmi(101, QStringLiteral("Service Pack Level"),
-          QStringLiteral("Workstations run service pack 2 or later."), 0,
-          {{QStringLiteral("EQ"), cimv2, QStringLiteral("Win32_OperatingSystem"),
-            QStringLiteral("ServicePackMajorVersion"), QStringLiteral("uint16"), QStringLiteral(">="),
-            QStringLiteral("2")},
-           {QStringLiteral("AND"), cimv2, QStringLiteral("Win32_OperatingSystem"),
-            QStringLiteral("ProductType"), QStringLiteral("uint32"), QStringLiteral("="),
-            QStringLiteral("1")}});
-    w.wmi(102, QStringLiteral("Update Service On"),
-          QStringLiteral("The automatic update service is started."), 0,
-          {{QStringLiteral("EQ"), cimv2, QStringLiteral("Win32_Service"), QStringLiteral("Started"),
-            QStringLiteral("boolean"), QStringLiteral("="), QStringLiteral("TRUE")},
-           {QStringLiteral("OR"), cimv2, QStringLiteral("Win32_Service"), QStringLiteral("State"),
-            QStringLiteral("string"), QStringLiteral("in"), QStringLiteral("Running,Start Pending")}});
-    w.wmi(103, QStringLiteral("Disk Free Space"),
-          QStringLiteral("At least 1 GB free on the system disk."), 1,
-          {{QStringLiteral("EQ"), cimv2,
-            QStringLiteral("SELECT FreeSpace FROM Win32_LogicalDisk WHERE DeviceID = 'C:'"),
-            QStringLiteral("FreeSpace"), QStringLiteral("uint64"), QStringLiteral(">="),
-            QStringLiteral("1073741824")}});
-    w.wmi(104, QStringLiteral("No Disk Shares"),
-          QStringLiteral("No disk share other than the administrative ones."), 1,
-          {{QStringLiteral("EQ"), cimv2,
-            QStringLiteral("SELECT * FROM Win32_Share WHERE Type = 0"), QStringLiteral("#Count"),
-            QStringLiteral("uint32"), QStringLiteral("="), QStringLiteral("0")}});
+    w.wmi(101, QStringLiteral("Service Pack Level"), QStringLiteral("Workstations run service pack 2 or later."),
+          RuleKind::WMI,
+          {condition(QStringLiteral("EQ"), cimv2, os, QStringLiteral("ServicePackMajorVersion"),
+                     QStringLiteral("uint16"), QStringLiteral(">="), QStringLiteral("2")),
+           condition(QStringLiteral("AND"), cimv2, os, QStringLiteral("ProductType"), QStringLiteral("uint32"),
+                     QStringLiteral("="), QStringLiteral("1"))});
+    w.wmi(102, QStringLiteral("Update Service On"), QStringLiteral("The automatic update service is started."),
+          RuleKind::WMI,
+          {condition(QStringLiteral("EQ"), cimv2, service, QStringLiteral("Started"), QStringLiteral("boolean"),
+                     QStringLiteral("="), QStringLiteral("TRUE")),
+           condition(QStringLiteral("OR"), cimv2, service, QStringLiteral("State"), QStringLiteral("string"),
+                     QStringLiteral("in"), QStringLiteral("Running,Start Pending"))});
+    w.wmi(103, QStringLiteral("Disk Free Space"), QStringLiteral("At least 1 GB free on the system disk."),
+          RuleKind::WQL,
+          {condition(QStringLiteral("EQ"), cimv2,
+                     QStringLiteral("SELECT FreeSpace FROM Win32_LogicalDisk WHERE DeviceID = 'C:'"),
+                     QStringLiteral("FreeSpace"), QStringLiteral("uint64"), QStringLiteral(">="),
+                     QStringLiteral("1073741824"))});
+    w.wmi(104, QStringLiteral("No Disk Shares"), QStringLiteral("No disk share other than the administrative ones."),
+          RuleKind::WQL,
+          {condition(QStringLiteral("EQ"), cimv2, QStringLiteral("SELECT * FROM Win32_Share WHERE Type = 0"),
+                     QStringLiteral("#Count"), QStringLiteral("uint32"), QStringLiteral("="), QStringLiteral("0"))});
     w.wmi(105, QStringLiteral("Workstation Check"),
-          QStringLiteral("Domain workstations; uses Service Pack Level and Disk Free Space."), 0,
-          {{QStringLiteral("EQ"), cimv2, QStringLiteral("Win32_ComputerSystem"),
-            QStringLiteral("DomainRole"), QStringLiteral("uint16"), QStringLiteral("="),
-            QStringLiteral("1")}});
+          QStringLiteral("Domain workstations; uses Service Pack Level and Disk Free Space."), RuleKind::WMI,
+          {condition(QStringLiteral("EQ"), cimv2, QStringLiteral("Win32_ComputerSystem"), QStringLiteral("DomainRole"),
+                     QStringLiteral("uint16"), QStringLiteral("="), QStringLiteral("1"))});
     w.naqc(201, QStringLiteral("VPN Baseline"), QStringLiteral("Corporate VPN"),
            QStringLiteral("Quarantine check run before the tunnel opens."),
            {{QStringLiteral("setup.cmd"), QStringLiteral("Pre-Init Actions"),
-             QStringLiteral("Prepare the client"), false},
+             QStringLiteral("Prepare the client"), 0},
             {QStringLiteral("rqc.exe"), QStringLiteral("Pre-Connect Actions"),
-             QStringLiteral("Quarantine notifier"), true},
+             QStringLiteral("Quarantine notifier"), 1},
             {QStringLiteral("checkav.cmd"), QStringLiteral("Connect Actions"),
-             QStringLiteral("Antivirus signature check"), true},
+             QStringLiteral("Antivirus signature check"), 1},
             {QStringLiteral("cleanup.cmd"), QStringLiteral("Disconnect Actions"),
-             QStringLiteral("Remove temporary files"), false}});
+             QStringLiteral("Remove temporary files"), 0}});
     w.naqc(202, QStringLiteral("Branch Dial-Up"), QStringLiteral("Branch Dial-Up"),
            QStringLiteral("Checks for the branch offices' dial-up profile."),
            {{QStringLiteral("branchchk.cmd"), QStringLiteral("Pre-Dial Actions"),
-             QStringLiteral("Branch office baseline"), true}});
+             QStringLiteral("Branch office baseline"), 1}});
     w.uses(category::WMI, 105, category::WMI, QStringLiteral("Service Pack Level"));
     w.uses(category::WMI, 105, category::WMI, QStringLiteral("Disk Free Space"));
     w.uses(category::NAQC, 201, category::WMI, QStringLiteral("Service Pack Level"));

@@ -13,14 +13,4 @@ namespace qarvo::console {
 // rules added (0 when the store already had rules); on failure, -1 with the reason in `error`.
 int addSampleRules(SqlRuleStore &store, QString *error = nullptr);
 
-// The script selection text of a NAQC rule, as the NAQC wizard builds it.
-struct SampleScript
-{
-    QString file;
-    QString section;
-    QString comment;
-    bool selected = false;
-};
-QString scriptSelection(const QString &serviceName, const QList<SampleScript> &scripts);
-
 } // namespace qarvo::console

@@ -328,6 +328,29 @@ struct SqlRuleStore::Impl
         return r;
     }
 
+    static std::unique_ptr<MemoryRowSet> rowSet(std::initializer_list<const char *> columns)
+    {
+        QStringList names;
+        for (const char *c : columns)
+            names << QLatin1String(c);
+        auto set = std::make_unique<MemoryRowSet>();
+        set->setColumns(names);
+        return set;
+    }
+
+    // One answer row per result row of `sql`, in the query's order, as `row` reads it.
+    template<typename RowFn>
+    Reply queryRows(const char *sql, const QVariantList &values,
+                    std::initializer_list<const char *> columns, RowFn row)
+    {
+        QSqlQuery q = exec(sql, values);
+        auto set = rowSet(columns);
+        while (q.next())
+            set->appendRow(row(q));
+        q.finish();
+        return rows(std::move(set));
+    }
+
     static Reply yesNo(bool taken)
     {
         Reply r;
@@ -363,9 +386,7 @@ struct SqlRuleStore::Impl
 
     Reply getWMIRules(const ArgList &)
     {
-        auto set = std::make_unique<MemoryRowSet>();
-        set->setColumns({QStringLiteral("rule_wql"), QStringLiteral("rule_name"),
-                         QStringLiteral("rule_comment"), QStringLiteral("rule_id")});
+        auto set = rowSet({"rule_wql", "rule_name", "rule_comment", "rule_id"});
         for (const ListedRule &r : listRules(category::WMI))
             set->appendRow({r.wql, r.name, r.comment, ruleIdText(r.id)});
         return rows(std::move(set));
@@ -373,9 +394,7 @@ struct SqlRuleStore::Impl
 
     Reply getRQCRule(const ArgList &)
     {
-        auto set = std::make_unique<MemoryRowSet>();
-        set->setColumns({QStringLiteral("rule_name"), QStringLiteral("rule_comment"),
-                         QStringLiteral("rule_id")});
+        auto set = rowSet({"rule_name", "rule_comment", "rule_id"});
         for (const ListedRule &r : listRules(category::NAQC))
             set->appendRow({r.name, r.comment, ruleIdText(r.id)});
         return rows(std::move(set));
@@ -384,64 +403,45 @@ struct SqlRuleStore::Impl
     Reply getWMIRuleInfo(const ArgList &args)
     {
         const int id = ruleId(args, 0);
-        QSqlQuery q = exec(
+        return queryRows(
             "SELECT r.rule_name, r.rule_comment, r.rule_wql, c.conjunction, c.cond_namespace,"
             " c.cond_class, c.cond_field, c.cond_type, c.cond_operator, c.cond_value,"
             " c.cond_index, c.operator_code, c.type_code"
             " FROM rules r JOIN wmi_conditions c ON c.rule_id = r.rule_id"
             " WHERE r.category = 6 AND r.rule_id = ? ORDER BY c.cond_index",
-            {id});
-        auto set = std::make_unique<MemoryRowSet>();
-        set->setColumns({QStringLiteral("rule_name"), QStringLiteral("rule_comment"),
-                         QStringLiteral("rule_wql"), QStringLiteral("rule_op"),
-                         QStringLiteral("rule_namespace"), QStringLiteral("rule_class"),
-                         QStringLiteral("rule_field"), QStringLiteral("rule_type"),
-                         QStringLiteral("rule_condition"), QStringLiteral("rule_value"),
-                         QStringLiteral("rule_index"), QStringLiteral("rule_opcode"),
-                         QStringLiteral("rule_typecode"), QStringLiteral("rule_id")});
-        while (q.next()) {
-            set->appendRow({q.value(0).toString(), q.value(1).toString(), q.value(2).toInt(),
-                            q.value(3).toInt(), q.value(4).toString(), q.value(5).toString(),
-                            q.value(6).toString(), q.value(7).toString(), q.value(8).toString(),
-                            q.value(9).toString(), q.value(10).toInt(), q.value(11).toInt(),
-                            q.value(12).toInt(), ruleIdText(id)});
-        }
-        q.finish();
-        return rows(std::move(set));
+            {id},
+            {"rule_name", "rule_comment", "rule_wql", "rule_op", "rule_namespace", "rule_class", "rule_field",
+             "rule_type", "rule_condition", "rule_value", "rule_index", "rule_opcode", "rule_typecode", "rule_id"},
+            [&](const QSqlQuery &q) -> QVariantList {
+                return {q.value(0).toString(), q.value(1).toString(), q.value(2).toInt(), q.value(3).toInt(),
+                        q.value(4).toString(), q.value(5).toString(), q.value(6).toString(), q.value(7).toString(),
+                        q.value(8).toString(), q.value(9).toString(), q.value(10).toInt(), q.value(11).toInt(),
+                        q.value(12).toInt(), ruleIdText(id)};
+            });
     }
 
     Reply getRQCRuleInfo(const ArgList &args)
     {
         const int id = ruleId(args, 0);
-        QSqlQuery q = exec("SELECT rule_name, service_name, rule_comment, script_selection"
-                           " FROM rules WHERE category = 5 AND rule_id = ?",
-                           {id});
-        auto set = std::make_unique<MemoryRowSet>();
-        set->setColumns({QStringLiteral("rule_name"), QStringLiteral("rule_servicename"),
-                         QStringLiteral("rule_comment"), QStringLiteral("rule_selection"),
-                         QStringLiteral("rule_id")});
-        while (q.next())
-            set->appendRow({q.value(0).toString(), q.value(1).toString(), q.value(2).toString(),
-                            q.value(3).toString(), ruleIdText(id)});
-        q.finish();
-        return rows(std::move(set));
+        return queryRows("SELECT rule_name, service_name, rule_comment, script_selection"
+                         " FROM rules WHERE category = 5 AND rule_id = ?",
+                         {id}, {"rule_name", "rule_servicename", "rule_comment", "rule_selection", "rule_id"},
+                         [&](const QSqlQuery &q) -> QVariantList {
+                             return {q.value(0).toString(), q.value(1).toString(), q.value(2).toString(),
+                                     q.value(3).toString(), ruleIdText(id)};
+                         });
     }
 
     Reply getRQCRuleScriptInfo(const ArgList &args)
     {
-        const int id = ruleId(args, 0);
-        QSqlQuery q = exec("SELECT selected, script_file, action_type, script_comment, entry_no"
-                           " FROM naqc_scripts WHERE rule_id = ? ORDER BY entry_no",
-                           {id});
-        auto set = std::make_unique<MemoryRowSet>();
-        set->setColumns({QStringLiteral("rule_select"), QStringLiteral("rule_script"),
-                         QStringLiteral("rule_scriptact"), QStringLiteral("rule_comment"),
-                         QStringLiteral("rule_entry")});
-        while (q.next())
-            set->appendRow({q.value(0).toInt(), q.value(1).toString(), q.value(2).toString(),
-                            q.value(3).toString(), q.value(4).toInt()});
-        q.finish();
-        return rows(std::move(set));
+        return queryRows("SELECT selected, script_file, action_type, script_comment, entry_no"
+                         " FROM naqc_scripts WHERE rule_id = ? ORDER BY entry_no",
+                         {ruleId(args, 0)},
+                         {"rule_select", "rule_script", "rule_scriptact", "rule_comment", "rule_entry"},
+                         [](const QSqlQuery &q) -> QVariantList {
+                             return {q.value(0).toInt(), q.value(1).toString(), q.value(2).toString(),
+                                     q.value(3).toString(), q.value(4).toInt()};
+                         });
     }
 
     Reply rulesUsedExRule(const ArgList &args)
@@ -460,9 +460,7 @@ struct SqlRuleStore::Impl
         std::sort(users.begin(), users.end(), [](const User &a, const User &b) {
             return nameLess(a.name, a.id, b.name, b.id);
         });
-        auto set = std::make_unique<MemoryRowSet>();
-        set->setColumns({QStringLiteral("rule_name"), QStringLiteral("rule_id"),
-                         QStringLiteral("rule_category")});
+        auto set = rowSet({"rule_name", "rule_id", "rule_category"});
         for (const User &u : users)
             set->appendRow({u.name, ruleIdText(u.id), u.category});
         return rows(std::move(set));

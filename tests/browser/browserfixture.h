@@ -21,8 +21,7 @@ namespace qarvo::test {
 
 inline ScriptedReply wmiRules(QList<QVariantList> rows)
 {
-    return ScriptedReply::table({"rule_wql", "rule_name", "rule_comment", "rule_id"},
-                                std::move(rows));
+    return ScriptedReply::table({"rule_wql", "rule_name", "rule_comment", "rule_id"}, std::move(rows));
 }
 
 inline ScriptedReply naqcRules(QList<QVariantList> rows)
@@ -32,9 +31,8 @@ inline ScriptedReply naqcRules(QList<QVariantList> rows)
 
 inline ScriptedReply conditions(QList<QVariantList> rows)
 {
-    return ScriptedReply::table({"rule_name", "rule_comment", "rule_wql", "rule_op",
-                                 "rule_namespace", "rule_class", "rule_field", "rule_type",
-                                 "rule_condition", "rule_value"},
+    return ScriptedReply::table({"rule_name", "rule_comment", "rule_wql", "rule_op", "rule_namespace",
+                                 "rule_class", "rule_field", "rule_type", "rule_condition", "rule_value"},
                                 std::move(rows));
 }
 
@@ -44,13 +42,28 @@ inline ScriptedReply scriptActions(QList<QVariantList> rows)
                                 std::move(rows));
 }
 
-inline ScriptedReply users(const QStringList &names)
+// Three WMI/WQL rules and two NAQC rules with ids as the service may send them, one detail row each.
+struct RulesService : RecordingService
 {
-    QList<QVariantList> rows;
-    for (const QString &n : names)
-        rows.append({n});
-    return ScriptedReply::table({"rule_name"}, rows);
-}
+    static ScriptedReply wmiList()
+    {
+        return wmiRules({{0, "Antivirus", "checks the scanner", "000000012"},
+                         {1, "Free disk", "WQL count", "000000345"},
+                         {7, QString::fromUtf8("Pare-feu activé ✓"), QString::fromUtf8("Kommentar äöü"), "99"}});
+    }
+    static ScriptedReply naqcList()
+    {
+        return naqcRules({{"Dial-in", "quarantine profile", "000000007"}, {"VPN", "", "31"}});
+    }
+    RulesService()
+    {
+        script("GetWMIRules", wmiList());
+        script("GetRQCRule", naqcList());
+        script("GetWMIRuleInfo",
+               conditions({{"x", "", 0, 0, "root\\cimv2", "Win32_Service", "State", "string", "=", "Running"}}));
+        script("GetRQCRuleScriptInfo", scriptActions({{1, "check.cmd", "Connect Actions", "c"}}));
+    }
+};
 
 struct Browser
 {
@@ -64,6 +77,10 @@ struct Browser
         ctrl->setGeometry(QRect(QPoint(0, 0), size));
         host->show();
         QVERIFY(QTest::qWaitForWindowExposed(host.get()));
+    }
+    Browser(short viewType, DataService *service, short checkUser = 1) : Browser()
+    {
+        show(viewType, service, checkUser);
     }
 
     void show(short viewType, DataService *service, short checkUser = 1)
@@ -84,14 +101,13 @@ struct Browser
         list()->scrollTo(model()->index(row, column));
         return list()->visualRect(model()->index(row, column)).center();
     }
+    // A point in the list below every row.
+    QPoint emptySpace() const { return QPoint(40, list()->viewport()->height() - 5); }
     void clickRow(int row, Qt::KeyboardModifiers modifiers = {}) const
     {
         QTest::mouseClick(list()->viewport(), Qt::LeftButton, modifiers, rowPoint(row));
     }
-    QString cell(int row, int column) const
-    {
-        return model()->index(row, column).data().toString();
-    }
+    QString cell(int row, int column) const { return model()->index(row, column).data().toString(); }
     QVariant role(int row, int r) const { return model()->index(row, 0).data(r); }
 };
 
@@ -108,6 +124,14 @@ inline QList<int> headerWidths(QTreeView *view)
     QList<int> out;
     for (int i = 0; i < view->header()->count(); ++i)
         out << view->header()->sectionSize(i);
+    return out;
+}
+
+inline QStringList rowTexts(QAbstractItemView *view, int row)
+{
+    QStringList out;
+    for (int i = 0; i < view->model()->columnCount(); ++i)
+        out << view->model()->index(row, i).data().toString();
     return out;
 }
 

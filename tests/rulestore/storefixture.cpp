@@ -5,8 +5,6 @@
 #include <QSqlQuery>
 #include <QtTest>
 
-#include <functional>
-
 namespace qarvo::test {
 
 namespace {
@@ -16,43 +14,38 @@ QString pgUrl()
     return qEnvironmentVariable("QARVO_TEST_PG_URL");
 }
 
-// Runs `fn` on a private connection to the test's database.
-QVariant withConnection(const QString &location, const QString &schema,
-                        const std::function<QVariant(QSqlDatabase &)> &fn)
+} // namespace
+
+QVariant queryOnce(const QString &location, const QString &sql, const QString &schema)
 {
     static int counter = 0;
     const QString name = QStringLiteral("fixture-%1").arg(++counter);
     StoreLocation loc;
-    QString error;
-    StoreLocation::parse(location, &loc, &error);
+    StoreLocation::parse(location, &loc, nullptr);
     QVariant result;
     {
         const bool sqlite = loc.kind == StoreLocation::Kind::SQLite;
-        QSqlDatabase db = QSqlDatabase::addDatabase(sqlite ? QStringLiteral("QSQLITE")
-                                                           : QStringLiteral("QPSQL"), name);
-        if (sqlite) {
-            db.setDatabaseName(loc.path);
-        } else {
-            db.setHostName(loc.host);
-            db.setPort(loc.port);
-            db.setUserName(loc.user);
-            db.setPassword(loc.password);
-            db.setDatabaseName(loc.database);
-        }
+        QSqlDatabase db = QSqlDatabase::addDatabase(sqlite ? QStringLiteral("QSQLITE") : QStringLiteral("QPSQL"), name);
+        db.setDatabaseName(sqlite ? loc.path : loc.database);
+        db.setHostName(loc.host);
+        db.setPort(loc.port);
+        db.setUserName(loc.user);
+        db.setPassword(loc.password);
         if (db.open()) {
+            QSqlQuery q(db);
             if (!sqlite)
-                QSqlQuery(db).exec(QStringLiteral("SET client_min_messages TO warning"));
+                q.exec(QStringLiteral("SET client_min_messages TO warning"));
             if (!schema.isEmpty())
-                QSqlQuery(db).exec(QStringLiteral("SET search_path TO %1").arg(schema));
-            result = fn(db);
+                q.exec(QStringLiteral("SET search_path TO %1").arg(schema));
+            if (q.exec(sql))
+                result = q.next() ? q.value(0) : QVariant(true);
+            q.finish();
             db.close();
         }
     }
     QSqlDatabase::removeDatabase(name);
     return result;
 }
-
-} // namespace
 
 void StoreFixture::addBackendRows()
 {
@@ -81,11 +74,8 @@ void StoreFixture::setUp()
 
 void StoreFixture::tearDown()
 {
-    if (m_postgres && !m_schema.isEmpty()) {
-        withConnection(pgUrl(), QString(), [&](QSqlDatabase &db) {
-            return QSqlQuery(db).exec(QStringLiteral("DROP SCHEMA IF EXISTS %1 CASCADE").arg(m_schema));
-        });
-    }
+    if (m_postgres && !m_schema.isEmpty())
+        queryOnce(pgUrl(), QStringLiteral("DROP SCHEMA IF EXISTS %1 CASCADE").arg(m_schema));
     m_schema.clear();
     m_dir.reset();
 }
@@ -100,38 +90,24 @@ std::unique_ptr<SqlRuleStore> StoreFixture::open() const
 
 QVariant StoreFixture::scalar(const QString &sql) const
 {
-    return withConnection(m_location, m_schema, [&](QSqlDatabase &db) {
-        QSqlQuery q(db);
-        if (!q.exec(sql) || !q.next())
-            return QVariant();
-        return q.value(0);
-    });
+    return queryOnce(m_location, sql, m_schema);
 }
 
-bool StoreFixture::execute(const QString &sql) const
+int StoreFixture::count(const QString &tableAndCondition) const
 {
-    return withConnection(m_location, m_schema, [&](QSqlDatabase &db) {
-        return QSqlQuery(db).exec(sql);
-    }).toBool();
+    return scalar(QStringLiteral("SELECT COUNT(*) FROM ") + tableAndCondition).toInt();
 }
 
-QList<QVariantMap> readRows(Reply &reply, const QStringList &fields)
+QStringList rowTexts(Reply &reply, const QStringList &fields)
 {
-    QList<QVariantMap> rows;
+    QStringList rows;
     forEachRow(reply, [&](RowReader &r) {
-        QVariantMap row;
+        QStringList values;
         for (const QString &f : fields)
-            row.insert(f, r.field(f));
-        rows.append(row);
+            values << r.field(f).toString();
+        rows << values.join(u'|');
     });
     return rows;
-}
-
-QStringList column(Reply &reply, const QString &field)
-{
-    QStringList values;
-    forEachRow(reply, [&](RowReader &r) { values.append(r.text(field)); });
-    return values;
 }
 
 WMIRuleRow wmiRow(int id, const QString &name, qint16 index, qint16 kind)

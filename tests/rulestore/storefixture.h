@@ -7,7 +7,6 @@
 #include "rulestore/sqlrulestore.h"
 
 #include <QTemporaryDir>
-#include <QVariantMap>
 
 #include <memory>
 
@@ -30,7 +29,7 @@ public:
 
     // A query on the test's database outside the store, for looking at what it wrote.
     QVariant scalar(const QString &sql) const;
-    bool execute(const QString &sql) const;
+    int count(const QString &tableAndCondition) const;
 
 private:
     bool m_postgres = false;
@@ -39,10 +38,12 @@ private:
     std::unique_ptr<QTemporaryDir> m_dir;
 };
 
-// All rows of a reply, each as field name -> value for the given fields.
-QList<QVariantMap> readRows(Reply &reply, const QStringList &fields);
-// One field of every row.
-QStringList column(Reply &reply, const QString &field);
+// Runs `sql` on a private connection to the database `location` selects (in `schema` if given)
+// and answers the first value of its first row.
+QVariant queryOnce(const QString &location, const QString &sql, const QString &schema = QString());
+
+// Every row of a reply as its `fields` joined by '|'.
+QStringList rowTexts(Reply &reply, const QStringList &fields);
 
 WMIRuleRow wmiRow(int id, const QString &name, qint16 index, qint16 kind = 0);
 
