@@ -229,7 +229,7 @@ CRQCRulePage2::CRQCRulePage2(RQCRuleRecord &record, QWidget *parent)
 void CRQCRulePage2::importProfile()
 {
     guardAction([this] {
-        const QString path = ui::getOpenFileName(this, QString(), QString(), fileFilter());
+        const QString path = ui::getOpenFileName(this, QString(), QString(), fileFilter(), QStringLiteral("cms"));
         if (path.isEmpty())
             return;
         std::optional<CmsProfile> profile;

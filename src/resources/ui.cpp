@@ -49,11 +49,17 @@ void error(QWidget *parent, int stringId)
 }
 
 QString getOpenFileName(QWidget *parent, const QString &caption, const QString &dir,
-                        const QString &filter)
+                        const QString &filter, const QString &defaultSuffix)
 {
     if (fileNameHandler())
         return fileNameHandler()(caption, filter);
-    return QFileDialog::getOpenFileName(parent, caption, dir, filter);
+    QFileDialog dialog(parent, caption, dir, filter);
+    dialog.setAcceptMode(QFileDialog::AcceptOpen);
+    dialog.setFileMode(QFileDialog::ExistingFile);
+    dialog.setDefaultSuffix(defaultSuffix);
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
+        return {};
+    return dialog.selectedFiles().constFirst();
 }
 
 void setMessageHandler(MessageHandler handler)

@@ -29,9 +29,10 @@ QARVO_EXPORT void info(QWidget *parent, int stringId);
 QARVO_EXPORT void infoText(QWidget *parent, const QString &text);
 QARVO_EXPORT void error(QWidget *parent, int stringId);
 
-// The file-open dialog; an empty result means the user cancelled.
+// The file-open dialog; an empty result means the user cancelled. A typed name without an
+// extension gets `defaultSuffix`.
 QARVO_EXPORT QString getOpenFileName(QWidget *parent, const QString &caption, const QString &dir,
-                                     const QString &filter);
+                                     const QString &filter, const QString &defaultSuffix = {});
 
 // Test seams: while a handler is installed, it answers instead of a real box or dialog.
 using MessageHandler = std::function<void(const MessageRecord &)>;
