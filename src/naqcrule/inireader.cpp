@@ -1,5 +1,7 @@
 #include "naqcrule/inireader.h"
 
+#include "dataservice/recordsizes.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QStringDecoder>
@@ -108,17 +110,6 @@ QString decodeProfileText(QByteArrayView bytes)
     return decodeCp1252(bytes);
 }
 
-QString fitBuffer(const QString &text, qsizetype bufferSize)
-{
-    const qsizetype room = bufferSize > 0 ? bufferSize - 1 : 0;
-    if (text.size() <= room)
-        return text;
-    qsizetype cut = room;
-    if (cut > 0 && text.at(cut - 1).isHighSurrogate())
-        --cut;
-    return text.left(cut);
-}
-
 IniFile IniFile::fromBytes(QByteArrayView bytes)
 {
     IniFile ini;
@@ -212,7 +203,7 @@ QString IniFile::Section::value(const QString &key, qsizetype bufferSize) const
         if (v == m_values.constEnd())
             return {};
     }
-    return fitBuffer(*v, bufferSize);
+    return fitRecordText(*v, bufferSize);
 }
 
 QString IniFile::value(QStringView section, QStringView key, qsizetype bufferSize) const

@@ -59,7 +59,4 @@ private:
 // byte-order mark, UTF-8 when the bytes are valid UTF-8, otherwise 8-bit Windows Latin text.
 QARVO_EXPORT QString decodeProfileText(QByteArrayView bytes);
 
-// `text` cut to at most `bufferSize - 1` characters without leaving half a surrogate pair.
-QARVO_EXPORT QString fitBuffer(const QString &text, qsizetype bufferSize);
-
 } // namespace qarvo

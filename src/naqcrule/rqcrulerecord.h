@@ -4,6 +4,7 @@
 // the texts derived from it, and the store sequence that writes it to the data service.
 
 #include "dataservice/qarvo_export.h"
+#include "dataservice/recordsizes.h"
 
 #include <QList>
 #include <QString>
@@ -11,17 +12,6 @@
 namespace qarvo {
 
 class DataService;
-
-// Field sizes in characters, terminator included; a field holds at most size - 1 characters.
-namespace rqcfield {
-inline constexpr qsizetype RuleId = 10;
-inline constexpr qsizetype RuleName = 50;
-inline constexpr qsizetype ServiceName = 128;
-inline constexpr qsizetype Comment = 1024;
-inline constexpr qsizetype ScriptFile = 1024;
-inline constexpr qsizetype ActionType = 50;
-inline constexpr qsizetype ScriptComment = 1024;
-} // namespace rqcfield
 
 struct RQCScriptEntry
 {

@@ -115,9 +115,9 @@ CRQCRulePage1::CRQCRulePage1(RQCRuleRecord &record, QWidget *parent)
     QLabel *nameLabel;
     QLabel *commentLabel;
     std::tie(nameLabel, m_name) = labelledEdit(this, QStringLiteral("Rule Name : "),
-                                               QStringLiteral("ruleNameEdit"), rqcfield::RuleName);
+                                               QStringLiteral("ruleNameEdit"), recordsize::RuleName);
     std::tie(commentLabel, m_comment) = labelledEdit(
-        this, QStringLiteral("Comment : "), QStringLiteral("commentEdit"), rqcfield::Comment);
+        this, QStringLiteral("Comment : "), QStringLiteral("commentEdit"), recordsize::Comment);
 
     auto *grid = new QGridLayout(this);
     grid->addWidget(nameLabel, 0, 0);
@@ -149,8 +149,8 @@ void CRQCRulePage1::loadFromRecord()
 
 void CRQCRulePage1::storeToRecord()
 {
-    m_record.ruleName = fitBuffer(m_name->text(), rqcfield::RuleName);
-    m_record.comment = fitBuffer(m_comment->text(), rqcfield::Comment);
+    m_record.ruleName = fitRecordText(m_name->text(), recordsize::RuleName);
+    m_record.comment = fitRecordText(m_comment->text(), recordsize::Comment);
 }
 
 // --- CM Profile -----------------------------------------------------------------------------
@@ -183,7 +183,7 @@ CRQCRulePage2::CRQCRulePage2(RQCRuleRecord &record, QWidget *parent)
     QLabel *serviceLabel;
     std::tie(serviceLabel, m_serviceName) =
         labelledEdit(this, QStringLiteral("Service Name"), QStringLiteral("serviceNameEdit"),
-                     rqcfield::ServiceName);
+                     recordsize::ServiceName);
 
     m_list = new QTreeWidget(this);
     m_list->setObjectName(QStringLiteral("scriptList"));
@@ -299,14 +299,14 @@ bool CRQCRulePage2::validatePage()
 
 void CRQCRulePage2::storeToRecord()
 {
-    m_record.serviceName = fitBuffer(m_serviceName->text(), rqcfield::ServiceName);
+    m_record.serviceName = fitRecordText(m_serviceName->text(), recordsize::ServiceName);
     QList<RQCScriptEntry> scripts;
     scripts.reserve(m_list->topLevelItemCount());
     for (int i = 0; i < m_list->topLevelItemCount(); ++i) {
         const QTreeWidgetItem *item = m_list->topLevelItem(i);
-        scripts.append(RQCScriptEntry{fitBuffer(item->text(0), rqcfield::ScriptFile),
-                        fitBuffer(item->text(1), rqcfield::ActionType),
-                        fitBuffer(item->text(2), rqcfield::ScriptComment),
+        scripts.append(RQCScriptEntry{fitRecordText(item->text(0), recordsize::ScriptFile),
+                        fitRecordText(item->text(1), recordsize::ActionType),
+                        fitRecordText(item->text(2), recordsize::Comment),
                         qint16(item->checkState(0) == Qt::Checked ? 1 : 0)});
     }
     m_record.scripts = std::move(scripts);
@@ -424,10 +424,10 @@ void CRQCRuleSheet::load(int ruleId)
             return;
         RowReader row(reply);
         if (!row.atEnd()) {
-            m_record.ruleName = fitBuffer(row.text(QStringLiteral("rule_name")), rqcfield::RuleName);
+            m_record.ruleName = fitRecordText(row.text(QStringLiteral("rule_name")), recordsize::RuleName);
             m_record.serviceName =
-                fitBuffer(row.text(QStringLiteral("rule_servicename")), rqcfield::ServiceName);
-            m_record.comment = fitBuffer(row.text(QStringLiteral("rule_comment")), rqcfield::Comment);
+                fitRecordText(row.text(QStringLiteral("rule_servicename")), recordsize::ServiceName);
+            m_record.comment = fitRecordText(row.text(QStringLiteral("rule_comment")), recordsize::Comment);
         }
         row.close();
     });
@@ -472,7 +472,7 @@ bool CRQCRuleSheet::chooseRuleId()
                                                [this] { return pauseBeforeNextTry(); });
     if (!drawn.accepted())
         return false;
-    m_record.ruleId = drawn.id.left(int(rqcfield::RuleId - 1));
+    m_record.ruleId = drawn.id.left(int(recordsize::RuleId - 1));
     return true;
 }
 

@@ -1,5 +1,7 @@
 #include "rulestore/sqlrulestore.h"
 
+#include "dataservice/recordsizes.h"
+
 #include "dataservice/calls.h"
 
 #include <QAtomicInteger>
@@ -22,22 +24,12 @@ namespace qarvo {
 
 namespace {
 
-// Longest texts the control's records can hold (their sizes less the terminator). Longer texts
-// are refused rather than cut: a cut name would no longer match the references to it.
-namespace maxlen {
-constexpr int RuleName = 49;
-constexpr int Comment = 1023;
-constexpr int ServiceName = 127;
-constexpr int ClassOrQuery = 1023;
-constexpr int Field = 49;
-constexpr int Value = 1023;
-constexpr int Operator = 9;
-constexpr int Namespace = 49;
-constexpr int Type = 49;
-constexpr int ScriptFile = 1023;
-constexpr int ActionType = 49;
-constexpr int RuleIdDigits = 9;
-} // namespace maxlen
+// Longest text a field of the control's records can hold. Longer texts are refused rather than
+// cut: a cut name would no longer match the references to it.
+constexpr int longest(qsizetype size)
+{
+    return int(size - 1);
+}
 
 // A call that cannot be answered; carries the status the caller gets and the reason for the log.
 struct Refusal
@@ -266,7 +258,7 @@ struct SqlRuleStore::Impl
     static int ruleId(const ArgList &args, int i)
     {
         const QString t = text(args, i);
-        if (t.isEmpty() || t.size() > maxlen::RuleIdDigits)
+        if (t.isEmpty() || t.size() > longest(recordsize::RuleId))
             refuse(status::InvalidArgument, QStringLiteral("rule id \"%1\" is not 1 to 9 digits").arg(t));
         int id = 0;
         for (QChar c : t) {
@@ -282,9 +274,9 @@ struct SqlRuleStore::Impl
         const QString t = text(args, i);
         if (t.isEmpty())
             refuse(status::InvalidArgument, QStringLiteral("empty rule name"));
-        if (t.size() > maxlen::RuleName)
+        if (t.size() > longest(recordsize::RuleName))
             refuse(status::InvalidArgument,
-                   QStringLiteral("rule name longer than %1 characters").arg(maxlen::RuleName));
+                   QStringLiteral("rule name longer than %1 characters").arg(longest(recordsize::RuleName)));
         return t;
     }
 
@@ -556,17 +548,17 @@ struct SqlRuleStore::Impl
     {
         const int id = ruleId(args, 0);
         const QString name = ruleName(args, 1);
-        const QString comment = bounded(args, 2, maxlen::Comment, "comment");
+        const QString comment = bounded(args, 2, longest(recordsize::Comment), "comment");
         const qint16 kind = number(args, 3);
         const qint16 index = nonNegative(args, 4, "condition index");
         const qint16 conjunction = number(args, 5);
-        const QString cls = bounded(args, 6, maxlen::ClassOrQuery, "class or query");
-        const QString field = bounded(args, 7, maxlen::Field, "field");
-        const QString value = bounded(args, 8, maxlen::Value, "value");
-        const QString op = bounded(args, 9, maxlen::Operator, "operator");
+        const QString cls = bounded(args, 6, longest(recordsize::ClassOrQuery), "class or query");
+        const QString field = bounded(args, 7, longest(recordsize::Field), "field");
+        const QString value = bounded(args, 8, longest(recordsize::Value), "value");
+        const QString op = bounded(args, 9, longest(recordsize::Operator), "operator");
         const qint16 opCode = number(args, 10);
-        const QString ns = bounded(args, 11, maxlen::Namespace, "namespace");
-        const QString type = bounded(args, 12, maxlen::Type, "type");
+        const QString ns = bounded(args, 11, longest(recordsize::NameSpace), "namespace");
+        const QString type = bounded(args, 12, longest(recordsize::Type), "type");
         const qint16 typeCode = number(args, 13);
 
         QSqlQuery q = exec("SELECT rule_name, rule_comment, rule_wql FROM rules"
@@ -598,9 +590,9 @@ struct SqlRuleStore::Impl
     {
         const int id = ruleId(args, 0);
         const qint16 entry = nonNegative(args, 1, "entry number");
-        const QString file = bounded(args, 2, maxlen::ScriptFile, "script file");
-        const QString action = bounded(args, 3, maxlen::ActionType, "action type");
-        const QString comment = bounded(args, 4, maxlen::Comment, "comment");
+        const QString file = bounded(args, 2, longest(recordsize::ScriptFile), "script file");
+        const QString action = bounded(args, 3, longest(recordsize::ActionType), "action type");
+        const QString comment = bounded(args, 4, longest(recordsize::Comment), "comment");
         const qint16 selected = number(args, 5);
         exec("INSERT INTO naqc_scripts (rule_id, entry_no, script_file, action_type,"
              " script_comment, selected) VALUES (?, ?, ?, ?, ?, ?)",
@@ -612,8 +604,8 @@ struct SqlRuleStore::Impl
     {
         const int id = ruleId(args, 0);
         const QString name = ruleName(args, 1);
-        const QString service = bounded(args, 2, maxlen::ServiceName, "service name");
-        const QString comment = bounded(args, 3, maxlen::Comment, "comment");
+        const QString service = bounded(args, 2, longest(recordsize::ServiceName), "service name");
+        const QString comment = bounded(args, 3, longest(recordsize::Comment), "comment");
         const QString selection = text(args, 4);
         exec("INSERT INTO rules (category, rule_id, rule_name, rule_comment, rule_wql,"
              " service_name, script_selection) VALUES (5, ?, ?, ?, 0, ?, ?)",

@@ -2,11 +2,6 @@
 
 namespace qarvo {
 
-QString fitted(const QString &text, int width)
-{
-    return width <= 1 ? QString() : text.left(width - 1);
-}
-
 namespace wmicodes {
 
 qint16 conjunctionCode(const QString &conjunction)

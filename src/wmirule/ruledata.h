@@ -4,6 +4,7 @@
 // stores conditions with, and the encoding of a rule into AddWMIRule rows. No widgets here.
 
 #include "dataservice/calls.h"
+#include "dataservice/recordsizes.h"
 
 #include <QList>
 #include <QString>
@@ -12,25 +13,13 @@
 
 namespace qarvo {
 
-// Field widths of the record in characters, terminator included: a text keeps at most
-// width - 1 characters, as the fixed buffers of the stored format do.
+// Widths of this record's own fields, in characters with the terminator included; the shared
+// ones are in dataservice/recordsizes.h.
 namespace width {
-inline constexpr int RuleId = 10;
-inline constexpr int RuleName = 50;
-inline constexpr int Comment = 1024;
 inline constexpr int Conjunction = 5;
-inline constexpr int ClassOrQuery = 1024;
-inline constexpr int Field = 50;
-inline constexpr int Value = 1024;
-inline constexpr int Operator = 10;
-inline constexpr int NameSpace = 50;
-inline constexpr int Type = 50;
 // What page 1 hands on of a comment: the comment is copied with the name's width.
 inline constexpr int PageComment = 50;
 } // namespace width
-
-// `text` cut to what a field of `width` holds.
-QARVO_EXPORT QString fitted(const QString &text, int width);
 
 // One condition of the rule, in the order of the list it was read from.
 struct QARVO_EXPORT WMIConditionRecord

@@ -94,8 +94,8 @@ bool CWMIRulePage1::validatePage()
 void CWMIRulePage1::store()
 {
     WMIRuleData &record = m_sheet.record();
-    record.ruleName = fitted(m_name->text(), width::RuleName);
-    record.comment = fitted(m_comment->text(), width::PageComment);
+    record.ruleName = fitRecordText(m_name->text(), recordsize::RuleName);
+    record.comment = fitRecordText(m_comment->text(), width::PageComment);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -197,13 +197,13 @@ void CWMIRulePage2::store()
     records.reserve(m_list->rowCount());
     for (int row = 0; row < m_list->rowCount(); ++row) {
         WMIConditionRecord r;
-        r.conjunction = fitted(m_list->cellText(row, column::Op), width::Conjunction);
-        r.nameSpace = fitted(m_list->cellText(row, column::NameSpace), width::NameSpace);
-        r.className = fitted(m_list->cellText(row, column::ClassOrQuery), width::ClassOrQuery);
-        r.field = fitted(m_list->cellText(row, column::Field), width::Field);
-        r.type = fitted(m_list->cellText(row, column::Type), width::Type);
-        r.op = fitted(m_list->cellText(row, column::Condition), width::Operator);
-        r.value = fitted(m_list->cellText(row, column::Value), width::Value);
+        r.conjunction = fitRecordText(m_list->cellText(row, column::Op), width::Conjunction);
+        r.nameSpace = fitRecordText(m_list->cellText(row, column::NameSpace), recordsize::NameSpace);
+        r.className = fitRecordText(m_list->cellText(row, column::ClassOrQuery), recordsize::ClassOrQuery);
+        r.field = fitRecordText(m_list->cellText(row, column::Field), recordsize::Field);
+        r.type = fitRecordText(m_list->cellText(row, column::Type), recordsize::Type);
+        r.op = fitRecordText(m_list->cellText(row, column::Condition), recordsize::Operator);
+        r.value = fitRecordText(m_list->cellText(row, column::Value), recordsize::Value);
         records.append(std::move(r));
     }
     m_sheet.record().conditions = std::move(records);

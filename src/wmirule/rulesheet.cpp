@@ -174,7 +174,7 @@ int CWMIRuleSheet::exec()
 
 void CWMIRuleSheet::loadRule()
 {
-    m_record.ruleId = fitted(ruleIdText(m_ruleNumber), width::RuleId);
+    m_record.ruleId = fitRecordText(ruleIdText(m_ruleNumber), recordsize::RuleId);
     bool headerRead = false;
     guardAction([this, &headerRead] {
         Reply reply = calls::GetWMIRuleInfo(m_record.service, m_record.ruleId);
@@ -182,8 +182,8 @@ void CWMIRuleSheet::loadRule()
             return;
         RowReader rows(reply);
         if (!rows.atEnd()) {
-            m_record.ruleName = fitted(rows.text(QStringLiteral("rule_name")), width::RuleName);
-            m_record.comment = fitted(rows.text(QStringLiteral("rule_comment")), width::Comment);
+            m_record.ruleName = fitRecordText(rows.text(QStringLiteral("rule_name")), recordsize::RuleName);
+            m_record.comment = fitRecordText(rows.text(QStringLiteral("rule_comment")), recordsize::Comment);
             m_loadedName = m_record.ruleName;
         }
         rows.close();
@@ -260,7 +260,7 @@ bool CWMIRuleSheet::finishWizard()
     }
     if (!drawn.accepted())
         return false;
-    m_record.ruleId = fitted(drawn.id, width::RuleId);
+    m_record.ruleId = fitRecordText(drawn.id, recordsize::RuleId);
 
     const YesNo nameTaken = calls::CanUseExRuleName(m_record.service, m_record.ruleName, category::WMI);
     if (nameTaken.failed())

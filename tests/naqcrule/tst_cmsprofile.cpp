@@ -1,4 +1,5 @@
 #include "naqcrule/cmsprofile.h"
+#include "dataservice/recordsizes.h"
 #include "naqcrule/inireader.h"
 
 #include <QDir>
@@ -183,9 +184,9 @@ void TestCmsProfile::sectionOrderNumberingAndLimits()
     QCOMPARE(profile->serviceName, QString(255, u'n'));
     QCOMPARE(*rowsOf(profile), QStringList({QString(2043, u's') + "|Connect Actions|" + QString(2047, u'q')}));
     const QString emoji = QStringLiteral("a\U0001F600");
-    QCOMPARE(fitBuffer(emoji, 3), QStringLiteral("a"));
-    QCOMPARE(fitBuffer(emoji, 4), emoji);
-    QCOMPARE(fitBuffer(emoji, 0), QString());
+    QCOMPARE(fitRecordText(emoji, 3), QStringLiteral("a"));
+    QCOMPARE(fitRecordText(emoji, 4), emoji);
+    QCOMPARE(fitRecordText(emoji, 0), QString());
 }
 
 // Prose, binary data and missing files are met through the page's import; here what only the
