@@ -1,3 +1,5 @@
+#include "conditions/catalogue.h"
+#include "conditions/conditioncheck.h"
 #include "conditions/wqlreader.h"
 
 #include <QtTest>
@@ -84,6 +86,97 @@ private Q_SLOTS:
         QVERIFY(isDateTimeText(u"1/31/2024"));
         QVERIFY(!isDateTimeText(u"20241331000000.000000+000"));
         QVERIFY(!isDateTimeText(u"yesterday"));
+    }
+
+    void checksAgainstTheCatalogue_data()
+    {
+        QTest::addColumn<QString>("nameSpace");
+        QTest::addColumn<QStringList>("parts"); // select, from, where, and in Value mode field and type
+        QTest::addColumn<QStringList>("advice");
+        const QString cimv2 = QStringLiteral("Root\\CIMV2");
+        QTest::newRow("sound, any case") << cimv2 << QStringList{"name, __PATH", "win32_service", "  state = 'Running'"}
+                                         << QStringList();
+        QTest::newRow("unknown class")
+            << cimv2 << QStringList{"*", "Win32_Servise"}
+            << QStringList{"FROM, character 1: Win32_Servise is not a class the catalogue knows; did you mean "
+                           "Win32_Service?"};
+        QTest::newRow("unknown properties")
+            << cimv2 << QStringList{"Name, Stat", "Win32_Service", "DisplayNme = 'x'"}
+            << QStringList{"SELECT, character 7: Win32_Service has no property Stat; did you mean State?",
+                           "WHERE, character 1: Win32_Service has no property DisplayNme; did you mean DisplayName?"};
+        QTest::newRow("literal types")
+            << cimv2
+            << QStringList{"*", "Win32_Service",
+                           "Started = 'yes' AND ProcessId = '4' AND Name = 5 AND ExitCode = 4294967296 "
+                           "AND TagId LIKE '1%' AND CheckPoint = 1.5 AND State LIKE 'Run%'"}
+            << QStringList{"WHERE, character 11: Started is boolean: compare it with TRUE or FALSE",
+                           "WHERE, character 33: ProcessId is uint32: compare it with a number, without quotes",
+                           "WHERE, character 48: Name is a string: put the value in quotes",
+                           "WHERE, character 65: 4294967296 is out of range for ExitCode (uint32: 0 to 4294967295)",
+                           "WHERE, character 91: LIKE compares text, and TagId is uint32",
+                           "WHERE, character 113: CheckPoint is uint32: compare it with a whole number"};
+        QTest::newRow("dates, arrays, namespace")
+            << QStringLiteral("root\\SecurityCenter2")
+            << QStringList{"*", "Win32_OperatingSystem",
+                           "InstallDate > '2024-01-31' AND LastBootUpTime < 5 AND MUILanguages = 'en-US'"}
+            << QStringList{"NameSpace: Win32_OperatingSystem is in the namespace root\\cimv2",
+                           "WHERE, character 49: LastBootUpTime is a datetime: compare it with a quoted date such "
+                           "as '20240131000000.000000+000'",
+                           "WHERE, character 70: MUILanguages is an array, which WQL cannot test in WHERE"};
+        QTest::newRow("value field")
+            << cimv2 << QStringList{"Name", "Win32_Service", "", "State", "uint32"}
+            << QStringList{"Field: State is not in the SELECT list",
+                           "Field Type: State is string in the catalogue, not uint32"};
+        QTest::newRow("value field, array")
+            << cimv2 << QStringList{"*", "Win32_OperatingSystem", "", "MUILanguages[]", "string array"}
+            << QStringList();
+        QTest::newRow("syntax first, in the part")
+            << cimv2 << QStringList{"*", "Win32_Servise", "\t State = "}
+            << QStringList{"WHERE, character 11: expected a value, found the end of the query"};
+    }
+
+    void checksAgainstTheCatalogue()
+    {
+        QFETCH(QString, nameSpace);
+        QFETCH(QStringList, parts);
+        WQLCondition c;
+        c.nameSpace = nameSpace;
+        c.select = parts.value(0);
+        c.from = parts.value(1);
+        c.where = parts.value(2);
+        c.mode = parts.size() > 3 ? 2 : 1;
+        c.field = parts.value(3);
+        c.fieldType = parts.value(4);
+        Schema schema(catalogue::shippedCatalogueDirectory());
+        QStringList advice;
+        for (const Advice &a : checkWQLCondition(c, schema))
+            advice << adviceText(a);
+        QTEST(advice, "advice");
+    }
+
+    // Without a catalogue only the grammar can be judged; a half-typed query says nothing yet.
+    void judgesOnlyWhatItCan()
+    {
+        Schema none(std::nullopt);
+        WQLCondition c;
+        c.nameSpace = QStringLiteral("root\\cimv2");
+        c.select = QStringLiteral("*");
+        c.from = QStringLiteral("Nowhere_Class");
+        QVERIFY(checkWQLCondition(c, none).isEmpty());
+        c.from = QStringLiteral(" ");
+        Schema shipped(catalogue::shippedCatalogueDirectory());
+        QVERIFY(checkWQLCondition(c, shipped).isEmpty());
+        QCOMPARE(adviceText(checkStoredWQL(c.nameSpace, QStringLiteral("SELECT * FROM Win32_Share WHERE Type = '0'"),
+                                           QStringLiteral("#Count"), QStringLiteral("uint8"), shipped)
+                                .value(0)),
+                 QStringLiteral("Query, character 40: Type is uint32: compare it with a number, without quotes"));
+        WMICondition wmi;
+        wmi.className = QStringLiteral("Win32_Service");
+        wmi.field = QStringLiteral("Sate");
+        QCOMPARE(checkWMICondition(wmi, shipped).value(0).message,
+                 QStringLiteral("Win32_Service has no property Sate; did you mean State?"));
+        QCOMPARE(closestNames(QStringLiteral("Statu"), {"State", "Status", "Started", "Stat"}),
+                 QStringList({"State", "Status", "Stat"}));
     }
 };
 
