@@ -1,7 +1,11 @@
 #include "conditions/catalogue.h"
 #include "conditions/conditioncheck.h"
 #include "conditions/wqlreader.h"
+#include "dlghelpers.h"
+#include "fuzzwql.h"
+#include "wmirule/conditionrow.h"
 
+#include <QRandomGenerator>
 #include <QtTest>
 
 using namespace qarvo;
@@ -14,6 +18,108 @@ QString firstProblem(const QString &query)
     const ReadResult r = readQuery(query);
     return r.ok() ? QString() : QStringLiteral("%1: %2").arg(r.error.pos).arg(r.error.message);
 }
+
+// Random queries from the grammar, written the way people write them: any letter case, any
+// spacing, every kind of literal, nesting.
+class QueryGenerator
+{
+public:
+    explicit QueryGenerator(quint32 seed) : m_rng(seed) {}
+
+    WqlQueryParts parts()
+    {
+        WqlQueryParts p;
+        if (pick(4) == 0) {
+            p.select = space(true) + QStringLiteral("*");
+        } else {
+            p.select = space(true) + name();
+            for (int n = pick(3); n > 0; --n)
+                p.select += space(true) + u',' + space(true) + name();
+        }
+        p.select += space(true);
+        p.from = space(true) + name() + space(true);
+        if (pick(3) > 0)
+            p.where = space(true) + condition(0) + space(true);
+        return p;
+    }
+
+private:
+    int pick(int n) { return int(m_rng.bounded(n)); }
+    template<typename T>
+    T one(std::initializer_list<T> items) { return items.begin()[pick(int(items.size()))]; }
+
+    QString space(bool optional)
+    {
+        if (optional && pick(2) == 0)
+            return {};
+        return QString::fromUtf16(one({u" ", u"  ", u"\t", u"\n", u" \r\n ", u"\f"}));
+    }
+
+    QString keyword(const char *word)
+    {
+        QString w = QLatin1String(word);
+        for (QChar &c : w)
+            c = pick(2) ? c.toLower() : c;
+        return w;
+    }
+
+    QString name()
+    {
+        return QString::fromUtf16(one({u"Name", u"State", u"ProcessId", u"__CLASS", u"x1", u"Gr\u00F6\u00DFe",
+                                       u"_a_b", u"Selected", u"Fromage", u"ISAtype"}));
+    }
+
+    QString literal()
+    {
+        switch (pick(6)) {
+        case 0: {
+            const QString quote = pick(2) ? QStringLiteral("'") : QStringLiteral("\"");
+            return quote + one({QStringLiteral(" FROM "), QStringLiteral(" WHERE "), QStringLiteral("C:\\\\Win"),
+                                QStringLiteral("it\\'s \\\"x\\\""), QString()})
+                   + quote;
+        }
+        case 1: return one({QStringLiteral("0"), QStringLiteral("-42"), QStringLiteral("+7")});
+        case 2: return one({QStringLiteral("0x1F"), QStringLiteral("0XaB")});
+        case 3: return one({QStringLiteral("1.5"), QStringLiteral("-.5e-3"), QStringLiteral("2E10")});
+        case 4: return keyword(pick(2) ? "TRUE" : "FALSE");
+        default: return keyword("NULL");
+        }
+    }
+
+    QString comparison()
+    {
+        const QString op = one({QStringLiteral("="), QStringLiteral("<>"), QStringLiteral("!="),
+                                QStringLiteral("<"), QStringLiteral(">"), QStringLiteral("<="), QStringLiteral(">=")});
+        switch (pick(5)) {
+        case 0: return name() + space(true) + op + space(true) + literal();
+        case 1: return literal() + space(true) + op + space(true) + name();
+        case 2:
+            return name() + space(false) + (pick(2) ? keyword("NOT") + space(false) : QString()) + keyword("LIKE")
+                   + space(false) + one({QStringLiteral("'%sql[^a-c]_%'"), QStringLiteral("\"[]]x\"")});
+        case 3:
+            return name() + space(false) + keyword("IS") + space(false)
+                   + (pick(2) ? keyword("NOT") + space(false) : QString()) + keyword("NULL");
+        default: return name() + space(false) + keyword("ISA") + space(false) + QStringLiteral("'Win32_Service'");
+        }
+    }
+
+    QString condition(int depth)
+    {
+        QString c;
+        const int terms = 1 + pick(3);
+        for (int t = 0; t < terms; ++t) {
+            if (t > 0)
+                c += space(false) + keyword(pick(2) ? "AND" : "OR") + space(false);
+            if (pick(5) == 0)
+                c += keyword("NOT") + space(false);
+            c += depth < 4 && pick(4) == 0 ? u'(' + space(true) + condition(depth + 1) + space(true) + u')'
+                                           : comparison();
+        }
+        return c;
+    }
+
+    QRandomGenerator m_rng;
+};
 
 } // namespace
 
@@ -178,6 +284,23 @@ private Q_SLOTS:
         QCOMPARE(closestNames(QStringLiteral("Statu"), {"State", "Status", "Started", "Stat"}),
                  QStringList({"State", "Status", "Stat"}));
     }
+
+    // Whatever the editor's parts hold, the wizard's query comes apart into the same parts.
+    void builtQueriesComeApartAgain()
+    {
+        QueryGenerator generate(20240131);
+        for (int i = 0; i < 3000; ++i) {
+            const WqlQueryParts parts = generate.parts();
+            const QString query = buildWqlQuery(parts.select, parts.from, parts.where);
+            QVERIFY2(readQuery(query).ok(), qPrintable(query + u'\n' + firstProblem(query)));
+            WqlQueryParts expected = parts;
+            while (expected.where.startsWith(u' ') || expected.where.startsWith(u'\t'))
+                expected.where.remove(0, 1);
+            QCOMPARE(splitWqlQuery(query), expected);
+        }
+    }
+
+    void corpusReplays() { test::replayCorpus(QStringLiteral("conditions/wql-corpus"), &fuzz::runWqlInput); }
 };
 
 QTEST_GUILESS_MAIN(TestWqlCheck)
