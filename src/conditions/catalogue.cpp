@@ -313,4 +313,23 @@ ClassFields readClassFields(QIODevice &device, QStringView className)
     return result;
 }
 
+// ---- class names -------------------------------------------------------------------------------
+
+QStringList readClassNames(QIODevice &device)
+{
+    QStringList names;
+    LineReader reader(device);
+    QByteArrayView raw;
+    while (reader.next(raw)) {
+        if (raw.isEmpty() || raw.front() != '#')
+            continue;
+        // The same cut as the tree's: the name ends at the first "$"; without one it is empty.
+        const QString rest = decodeLine(raw.data() + 1, raw.size() - 1);
+        const qsizetype dollar = rest.indexOf(u'$');
+        if (dollar > 0)
+            names.append(rest.left(dollar));
+    }
+    return names;
+}
+
 } // namespace qarvo::catalogue

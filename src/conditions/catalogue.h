@@ -118,4 +118,8 @@ QARVO_EXPORT std::optional<ClassFields> LoadClassFields(const QString &programPa
                                                         const QString &className,
                                                         QWidget *messageParent = nullptr);
 
+// Every class name of a class list ("#" lines), in reading order: what the catalogue knows,
+// without building the tree.
+QARVO_EXPORT QStringList readClassNames(QIODevice &device);
+
 } // namespace qarvo::catalogue

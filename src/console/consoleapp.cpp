@@ -1,6 +1,8 @@
 #include "console/consoleapp.h"
 
+#include "conditions/conditioncheck.h"
 #include "console/consolewindow.h"
+#include "console/rulecheck.h"
 #include "console/sampledata.h"
 #include "dataservice/calls.h"
 #include "resources/ui.h"
@@ -31,6 +33,25 @@ bool canShowBoxes()
     return platform != QLatin1String("offscreen") && platform != QLatin1String("minimal");
 }
 
+// --check: problems on stdout, one a line, then the summary; 1 when anything was found.
+int printRuleCheck(SqlRuleStore &store)
+{
+    wql::Schema schema(catalogue::programDirectory());
+    RuleCheck check;
+    QString error;
+    if (!checkStoredRules(&store, schema, &check, &error)) {
+        printErr(QStringLiteral("qarvo-console: %1 %2").arg(error, store.lastError()).trimmed());
+        return 1;
+    }
+    if (!check.catalogueFound)
+        printErr(QStringLiteral("qarvo-console: no WMI class catalogue was found; only the WQL syntax "
+                                "was checked."));
+    for (const RuleProblem &p : check.problems)
+        std::printf("%s\n", qUtf8Printable(problemLine(p)));
+    std::printf("%s\n", qUtf8Printable(summaryLine(check)));
+    return check.problems.isEmpty() ? 0 : 1;
+}
+
 } // namespace
 
 ParseResult parseOptions(const QStringList &arguments, Options *options, QString *message)
@@ -55,10 +76,15 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
         QStringLiteral("screenshot"),
         QStringLiteral("Render the window offscreen into the PNG file and exit."),
         QStringLiteral("file"));
+    const QCommandLineOption check(
+        QStringLiteral("check"),
+        QStringLiteral("List every stored WMI or WQL rule whose query or class has a problem, one a "
+                       "line, then a summary; exit with 1 when any is found, 0 otherwise."));
     parser.addOption(help);
     parser.addOption(database);
     parser.addOption(view);
     parser.addOption(screenshot);
+    parser.addOption(check);
 
     if (!parser.parse(arguments)) {
         *message = parser.errorText();
@@ -96,6 +122,7 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
             return ParseResult::Error;
         }
     }
+    o.check = parser.isSet(check);
     // A location that cannot be right is reported here, before anything starts or is created.
     StoreLocation location;
     if (!StoreLocation::parse(o.database, &location, message))
@@ -115,7 +142,7 @@ bool prepareEnvironment(const Options &options)
 {
     if (qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         return true;
-    if (!options.screenshot.isEmpty()) {
+    if (!options.screenshot.isEmpty() || options.check) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
         return true;
     }
@@ -141,6 +168,8 @@ int run(const Options &options)
                                       ui::MessageIcon::Critical});
         return 1;
     }
+    if (options.check)
+        return printRuleCheck(store);
     if (store.createdOnOpen()) {
         QString error;
         if (addSampleRules(store, &error) < 0)

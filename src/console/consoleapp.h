@@ -13,6 +13,7 @@ struct Options
     QString database;   // empty: the default SQLite file
     qint16 view = 6;    // rule category shown first
     QString screenshot; // render to this PNG and exit
+    bool check = false; // list the stored rules that the catalogue or the WQL grammar faults, and exit
 };
 
 enum class ParseResult { Run, Help, Error, BadDatabase };

@@ -1,5 +1,8 @@
 #include "console/consolewindow.h"
 
+#include "conditions/conditioncheck.h"
+#include "console/rulecheck.h"
+#include "console/rulecheckdialog.h"
 #include "console/usagedialog.h"
 #include "control/qarvoctrl.h"
 #include "control/sheets.h"
@@ -127,6 +130,9 @@ void ConsoleWindow::createActions()
                               QStringLiteral("actionAddRuleReference"),
                               QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R),
                               QStringLiteral("Record that one rule uses another"));
+    QAction *check = make(QStringLiteral("C&heck Rules…"), QStringLiteral("actionCheckRules"),
+                          QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_K),
+                          QStringLiteral("List the WMI and WQL rules whose query or class has a problem"));
     QAction *refresh = make(QStringLiteral("&Refresh"), QStringLiteral("actionRefresh"),
                             QKeySequence(QKeySequence::Refresh),
                             QStringLiteral("Load the rule list again from the rule store"),
@@ -152,6 +158,7 @@ void ConsoleWindow::createActions()
     connect(newWql, &QAction::triggered, this, &ConsoleWindow::newWQLRule);
     connect(newNaqc, &QAction::triggered, this, &ConsoleWindow::newNAQCRule);
     connect(reference, &QAction::triggered, this, &ConsoleWindow::addRuleReference);
+    connect(check, &QAction::triggered, this, &ConsoleWindow::checkRules);
     connect(refresh, &QAction::triggered, this, &ConsoleWindow::refresh);
     connect(m_naqcView, &QAction::triggered, this, [this] { showView(category::NAQC); });
     connect(m_wmiView, &QAction::triggered, this, [this] { showView(category::WMI); });
@@ -166,6 +173,7 @@ void ConsoleWindow::createActions()
     action->addAction(newNaqc);
     action->addSeparator();
     action->addAction(reference);
+    action->addAction(check);
     action->addSeparator();
     action->addAction(refresh);
     QMenu *view = menuBar()->addMenu(QStringLiteral("&View"));
@@ -253,6 +261,21 @@ void ConsoleWindow::addRuleReference()
     m_ctrl->RefreshList();
     statusBar()->showMessage(QStringLiteral("%1 now uses %2").arg(dialog.userName(), dialog.usedName()),
                              5000);
+}
+
+void ConsoleWindow::checkRules()
+{
+    wql::Schema schema(catalogue::programDirectory());
+    RuleCheck check;
+    QString error;
+    if (!checkStoredRules(m_store, schema, &check, &error)) {
+        ui::showMessage(this, {QStringLiteral("qarvo console"),
+                               QStringLiteral("%1 %2").arg(error, m_store->lastError()).trimmed(),
+                               ui::MessageIcon::Critical});
+        return;
+    }
+    RuleCheckDialog dialog(check, this);
+    dialog.exec();
 }
 
 void ConsoleWindow::about()

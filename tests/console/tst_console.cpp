@@ -13,9 +13,11 @@
 #include <QAction>
 #include <QComboBox>
 #include <QDialogButtonBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QProcess>
 #include <QPushButton>
+#include <QTableWidget>
 #include <QTreeWidget>
 #include <QtTest>
 
@@ -71,13 +73,16 @@ void keepScreenshot(QWidget *widget, const char *suffix)
         widget->grab().save(qEnvironmentVariable("QARVO_KEEP_SCREENSHOT") + QLatin1String(suffix));
 }
 
-// Runs qarvo-console to the end; answers its exit code and what it wrote to stderr.
-std::pair<int, QString> runConsole(const QStringList &args)
+// Runs qarvo-console to the end; answers its exit code and what it wrote to stderr (and to
+// stdout into `out`).
+std::pair<int, QString> runConsole(const QStringList &args, QString *out = nullptr)
 {
     QProcess p;
     p.start(QStringLiteral(QARVO_CONSOLE_BIN), args);
     if (!p.waitForFinished(60000) || p.exitStatus() != QProcess::NormalExit)
         return {-1, QStringLiteral("did not finish")};
+    if (out)
+        *out = QString::fromUtf8(p.readAllStandardOutput());
     return {p.exitCode(), QString::fromUtf8(p.readAllStandardError())};
 }
 
@@ -361,6 +366,49 @@ private Q_SLOTS:
         QCOMPARE(QDir(m_dir->path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries), before);
         QVERIFY(notes.open(QIODevice::ReadOnly));
         QCOMPARE(notes.readAll(), QByteArray("not rules\n"));
+    }
+
+    // The stored rules are checked as the WQL editor checks a query: --check for scripts, and
+    // "Check Rules…" in the window.
+    void checkListsTheRulesThatWouldFail()
+    {
+        addSampleRules(*m_store);
+        const QStringList check{"--database", m_store->location().path, "--check"};
+        QString out;
+        auto [code, err] = runConsole(check, &out);
+        QVERIFY2(code == 0, qPrintable(err));
+        QCOMPARE(out, QStringLiteral("No problems in 5 WMI and WQL rules.\n"));
+
+        WMIRuleRow row{ruleIdText(301), "Bad Query", {}, 1, 0, 0,
+                       "SELECT * FROM Win32_Service WHERE State = Running", "#Count", "0", "=", 0,
+                       "Root\\CIMV2", "uint8", 0};
+        QVERIFY(!failed(calls::AddWMIRule(m_store.get(), row)));
+        row = {ruleIdText(302), "Bad Class", {}, 0, 0, 0, "Win32_Servce", "State", "x", "=", 0,
+               "Root\\CIMV2", "string", 0};
+        QVERIFY(!failed(calls::AddWMIRule(m_store.get(), row)));
+        row.index = 1;
+        row.conjunction = 1;
+        row.className = "Win32_Service";
+        row.field = "Stat";
+        QVERIFY(!failed(calls::AddWMIRule(m_store.get(), row)));
+        QCOMPARE(runConsole(check, &out).first, 1);
+        QCOMPARE(out.split('\n'),
+                 QStringList({"Bad Class (000000302): condition 1, Class: Win32_Servce is not a class the "
+                              "catalogue knows; did you mean Win32_Service?",
+                              "Bad Class (000000302): condition 2, Field: Win32_Service has no property Stat; "
+                              "did you mean State?",
+                              "Bad Query (000000301): Query, character 43: expected a value, found \"Running\": "
+                              "a property is compared with a value, not with another property",
+                              "3 problems in 2 of 7 WMI and WQL rules.", ""}));
+
+        auto w = window(category::WMI);
+        whenModalShown([](QWidget *dialog) {
+            QCOMPARE(child<QTableWidget>(dialog, "checkList")->rowCount(), 3);
+            QVERIFY(child<QLabel>(dialog, "checkSummary")->text().startsWith("3 problems in 2 of 7"));
+            keepScreenshot(dialog, ".check.png");
+            QTest::keyClick(dialog, Qt::Key_Escape);
+        });
+        child(w.get(), "actionCheckRules")->trigger();
     }
 
 private:
