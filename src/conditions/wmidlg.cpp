@@ -36,34 +36,11 @@ QString forDisplay(const QString &text)
     return out;
 }
 
-// "ValueMap{"Boot", "Auto"}" gives Boot and Auto: each piece between commas contributes the text
-// between its first two double quotes.
-QStringList valueMapChoices(const QString &valueMap)
+// The value a value-list item stands for: the code alone, whatever the item shows.
+QString itemValue(const QComboBox *list, int index)
 {
-    const QString opening = QStringLiteral("ValueMap{");
-    const qsizetype start = valueMap.indexOf(opening);
-    QStringList choices;
-    if (start < 0)
-        return choices;
-    for (const QString &piece : valueMap.mid(start + opening.size()).split(u',')) {
-        const qsizetype first = piece.indexOf(u'"');
-        const qsizetype second = first < 0 ? -1 : piece.indexOf(u'"', first + 1);
-        if (second > first)
-            choices << piece.mid(first + 1, second - first - 1);
-    }
-    return choices;
-}
-
-// "Units("bytes")" gives bytes.
-QString unitsText(const QString &units)
-{
-    const QString opening = QStringLiteral("Units(");
-    const qsizetype start = units.indexOf(opening);
-    const qsizetype first = units.indexOf(u'"', start + opening.size());
-    if (first < 0)
-        return {};
-    const qsizetype second = units.indexOf(u'"', first + 1);
-    return second < 0 ? units.mid(first + 1) : units.mid(first + 1, second - first - 1);
+    const QVariant code = list->itemData(index);
+    return code.isValid() ? code.toString() : list->itemText(index);
 }
 
 QLineEdit *readOnlyEdit(const char *name, QWidget *parent)
@@ -292,8 +269,12 @@ void CWMIDlg::initDialog()
         m_fields->setFocus();
     }
     m_value->setText(m_edit->value);
-    m_valueList->setCurrentIndex(
-        m_valueList->findText(m_edit->value, Qt::MatchExactly | Qt::MatchCaseSensitive));
+    int chosen = -1;
+    for (int i = 0; i < m_valueList->count() && chosen < 0; ++i) {
+        if (itemValue(m_valueList, i) == m_edit->value)
+            chosen = i;
+    }
+    m_valueList->setCurrentIndex(chosen);
     m_condition->setCurrentIndex(
         m_condition->findText(m_edit->condition, Qt::MatchStartsWith | Qt::MatchCaseSensitive));
 }
@@ -408,11 +389,19 @@ void CWMIDlg::selectFieldRow(QTreeWidgetItem *item)
         if (record->valueMap.contains(QLatin1String("ValueMap{"))) {
             m_value->hide();
             m_valueList->clear();
-            m_valueList->addItems(valueMapChoices(record->valueMap));
+            const QStringList codes = catalogue::valueMapChoices(record->valueMap);
+            const QStringList meanings = catalogue::valueMeanings(record->meanings);
+            for (qsizetype i = 0; i < codes.size(); ++i) {
+                // The list shows what a code means; the rule still stores the code alone.
+                const QString meaning = i < meanings.size() ? meanings[i] : QString();
+                const QString shown =
+                    meaning.isEmpty() ? codes[i] : codes[i] + QStringLiteral(" \u2013 ") + meaning;
+                m_valueList->addItem(shown, codes[i]);
+            }
             m_valueList->show();
         }
         if (record->units.contains(QLatin1String("Units("))) {
-            m_units->setText(unitsText(record->units));
+            m_units->setText(catalogue::unitsText(record->units));
             m_units->show();
         }
     }
@@ -474,7 +463,8 @@ void CWMIDlg::accept()
     m_result.field = entries.field;
     m_result.type = m_type->text();
     m_result.condition = m_condition->currentText();
-    m_result.value = entries.valueListShown ? m_valueList->currentText() : entries.valueText;
+    m_result.value = entries.valueListShown ? itemValue(m_valueList, m_valueList->currentIndex())
+                                            : entries.valueText;
     QDialog::accept();
 }
 

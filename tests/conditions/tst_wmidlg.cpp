@@ -68,7 +68,7 @@ private Q_SLOTS:
         QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope, m_settingsDir.path());
         const QString root = m_catalogue.path();
         writeFile(root + "/class.dat", "!Operating System\n@Services\n#Win32_Test$Test class from the list\n"
-                                       "#Win32_Missing$Not in its field file\na plain line\n"
+                                       "#Win32_Roles$Roles\n#Win32_Missing$Not in its field file\na plain line\n"
                                        "!Files\n@File System\n#CIM_Thing$A thing\n");
         QByteArray fields;
         for (const char *line : {"boolean Flag;", "string Name;", "uint32 Size;Units(\"bytes\")",
@@ -80,7 +80,9 @@ private Q_SLOTS:
                       + (QByteArray(line).startsWith("string Name") ? "The name.\\nSecond line." : "d")
                       + "\r\n";
         writeFile(root + "/data/win32.dat",
-                  "Win32_Test\r\nroot\\cimv2\r\n@The test class.\r\n{\r\n" + fields + "}\r\n");
+                  "Win32_Test\r\nroot\\cimv2\r\n@The test class.\r\n{\r\n" + fields + "}\r\n"
+                  "Win32_Roles\nroot\\cimv2\n@\n{\nuint16 Role;ValueMap{\"1\", \"3\", \"4\"} "
+                  "Values{\"Workstation\", \"Server \\\"main\\\"\", \"\"}\n" + Marker + "r\n}\n");
         writeFile(root + "/data/cim.dat", "CIM_Thing\nroot\\cimv2\nno description\n{\nstring Path;\n"
                                           + Marker + "p\n}\n");
         writeFile(root + "/data/other.dat", "");
@@ -402,6 +404,29 @@ private Q_SLOTS:
                  QStringList({"Boot", "System", "Auto", "Manual", "Disabled"}));
         maybeScreenshot(&dlg, "wmidlg-shipped");
         QVERIFY(catcher.messages.isEmpty());
+    }
+
+    void valueMeaningsShownCodeStored()
+    {
+        const WMICondition role{"root\\cimv2", "Win32_Roles", "Role", "uint16", "=", "3"};
+        whenModalShown([](QWidget *modal) {
+            selectClass(modal, "Win32_Roles");
+            selectField(modal, "Role");
+            auto *values = child<QComboBox>(modal, "valueCombo");
+            QCOMPARE(items(values), QStringList({"1 \u2013 Workstation", "3 \u2013 Server \"main\"", "4"}));
+            QCOMPARE(values->currentText(), QString());
+            choose(values, "3 \u2013 Server \"main\"");
+            choose(child<QComboBox>(modal, "conditionCombo"), "=");
+            maybeScreenshot(modal, "wmidlg-meanings");
+            child<QPushButton>(modal, "okButton")->click();
+        });
+        QCOMPARE(parts(*editWMICondition(nullptr)), parts(role));
+        // Reopened on the stored code, the list shows it with its meaning.
+        whenModalShown([](QWidget *modal) {
+            QCOMPARE(child<QComboBox>(modal, "valueCombo")->currentText(), QStringLiteral("3 \u2013 Server \"main\""));
+            child<QPushButton>(modal, "cancelButton")->click();
+        });
+        editWMICondition(nullptr, role);
     }
 
     void arraySplitAndJoin_data()
