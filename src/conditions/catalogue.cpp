@@ -325,6 +325,7 @@ void readClassList(QIODevice &device, ClassTree &tree)
             const QString name = dollar < 0 ? QString() : rest.left(dollar);
             const QString description = dollar < 0 ? rest : rest.mid(dollar + 1);
             lastInserted = tree.addNode(level2, name, FolderImage, FolderSelectedImage);
+            tree.nodes[lastInserted].isClass = true;
             tree.entries.append({name, description});
             tree.nodes[level2].expanded = true;
             break;

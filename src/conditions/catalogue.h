@@ -32,6 +32,7 @@ struct TreeNode
     int image = 0;
     int selectedImage = 1;
     bool expanded = false;
+    bool isClass = false; // from a "#" line; only classes answer a class search
     QList<int> children;
 };
 

@@ -429,6 +429,63 @@ private Q_SLOTS:
         editWMICondition(nullptr, role);
     }
 
+    void classSearch()
+    {
+        MessageCatcher catcher;
+        CWMIDlg dlg;
+        dlg.show();
+        QVERIFY(QTest::qWaitForWindowActive(&dlg));
+        auto *tree = child<QTreeView>(&dlg, "classTree");
+        auto *search = child<QLineEdit>(&dlg, "classSearch");
+        QCOMPARE(search->accessibleName(), QStringLiteral("Search classes"));
+        const auto shown = [&] {
+            QStringList out;
+            std::function<void(const QModelIndex &, int)> walk = [&](const QModelIndex &parent, int depth) {
+                for (int r = 0; r < tree->model()->rowCount(parent); ++r) {
+                    const QModelIndex i = tree->model()->index(r, 0, parent);
+                    out << QString(depth, '.') + i.data().toString() + (tree->isExpanded(i) && tree->model()->hasChildren(i) ? "+" : "");
+                    walk(i, depth + 1);
+                }
+            };
+            walk({}, 0);
+            return out;
+        };
+        const QStringList everything = shown();
+
+        // A class chosen before stays chosen while a search hides it.
+        selectClass(&dlg, "Win32_Test");
+        selectField(&dlg, "Size");
+        QTest::keyClick(&dlg, Qt::Key_F, Qt::ControlModifier);
+        QVERIFY(search->hasFocus());
+        QTest::keyClicks(search, "THING");
+        QCOMPARE(shown(), QStringList({"WMI+", ".Files+", "..File System+", "...CIM_Thing"}));
+        QCOMPARE(child<QLineEdit>(&dlg, "fieldEdit")->text(), QStringLiteral("Size"));
+
+        // Names match anywhere, categories never; a matching class keeps its own leaves.
+        search->setText("n32_");
+        QCOMPARE(shown(), QStringList({"WMI+", ".Operating System+", "..Services+", "...Win32_Test",
+                                       "...Win32_Roles", "...Win32_Missing+", "....a plain line"}));
+        search->setText("Services");
+        QCOMPARE(shown(), QStringList({"WMI"}));
+
+        // Enter picks the first match without closing the dialog; Escape brings the whole tree
+        // back with the pick still chosen, and only then closes the dialog.
+        search->setText("i");
+        QTest::keyClick(search, Qt::Key_Return);
+        QVERIFY(dlg.isVisible());
+        QCOMPARE(tree->currentIndex().data().toString(), QStringLiteral("Win32_Test"));
+        QVERIFY(tree->hasFocus());
+        search->setFocus();
+        QTest::keyClick(search, Qt::Key_Escape);
+        QVERIFY(search->text().isEmpty());
+        QCOMPARE(shown(), everything);
+        QCOMPARE(tree->currentIndex().data().toString(), QStringLiteral("Win32_Test"));
+        QCOMPARE(child<QLineEdit>(&dlg, "fieldEdit")->text(), QStringLiteral("Size"));
+        QTest::keyClick(search, Qt::Key_Escape);
+        QVERIFY(!dlg.isVisible());
+        QVERIFY(catcher.messages.isEmpty());
+    }
+
     void arraySplitAndJoin_data()
     {
         QTest::addColumn<QString>("text");
