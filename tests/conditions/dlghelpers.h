@@ -1,13 +1,16 @@
 #pragma once
 
-// Shared by the condition dialog suites: finding children by objectName, reading lists and
-// keeping screenshots to look at.
+// Shared by the condition suites: finding children by objectName, reading lists, keeping
+// screenshots to look at and replaying fuzz corpora.
 
 #include <QComboBox>
 #include <QDir>
 #include <QFile>
 #include <QTableWidget>
 #include <QtTest>
+
+#include <cstddef>
+#include <cstdint>
 
 namespace qarvo::test {
 
@@ -57,6 +60,26 @@ inline void writeFile(const QString &path, const QByteArray &bytes)
     QFile f(path);
     QVERIFY2(f.open(QIODevice::WriteOnly), qPrintable(path));
     f.write(bytes);
+}
+
+// Runs every input of a fuzz corpus (a folder under fuzz/) through the fuzz target's own entry
+// point, so that every build checks what the fuzzer found interesting. Returns the inputs that
+// fail, or a line saying the corpus is not there.
+template<typename Run>
+QStringList corpusFailures(const QString &folder, qsizetype atLeast, Run run)
+{
+    const QDir corpus(qEnvironmentVariable("QARVO_SOURCE_DIR") + "/fuzz/" + folder);
+    const QStringList names = corpus.entryList(QDir::Files, QDir::Name);
+    if (names.size() < atLeast)
+        return {corpus.path() + " holds fewer than " + QString::number(atLeast) + " inputs"};
+    QStringList failed;
+    for (const QString &name : names) {
+        QFile file(corpus.filePath(name));
+        const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        if (!run(reinterpret_cast<const std::uint8_t *>(bytes.constData()), std::size_t(bytes.size())))
+            failed << name;
+    }
+    return failed;
 }
 
 } // namespace qarvo::test

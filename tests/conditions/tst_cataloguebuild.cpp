@@ -2,6 +2,7 @@
 #include "conditions/cataloguebuild.h"
 #include "dialogdriver.h"
 #include "dlghelpers.h"
+#include "fuzzmof.h"
 
 #include <QDirIterator>
 #include <QProcess>
@@ -278,6 +279,11 @@ private Q_SLOTS:
         QCOMPARE(tool.exitCode(), 0);
         QCOMPARE(snapshot(dir.filePath("c")).keys(),
                  QStringList({"class.dat", "data/cim.dat", "data/other.dat", "data/win32.dat"}));
+    }
+
+    void corpusReplays()
+    {
+        QCOMPARE(corpusFailures("conditions/corpus_mof", 10, fuzz::runMofInput), QStringList());
     }
 };
 
