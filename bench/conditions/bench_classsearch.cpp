@@ -26,10 +26,10 @@ constexpr double Aim = 15.0;
 
 const QStringList &words()
 {
-    static const QStringList list{"Process", "Service", "Disk", "Volume", "Network", "Adapter",
-                                  "Account", "Group", "Share", "Product", "Memory", "Processor",
-                                  "Printer", "Battery", "Driver", "Session", "Setting", "Port",
-                                  "Update", "Firewall"};
+    static const QStringList list{"Process", "Service",   "Disk",    "Volume",  "Network",
+                                  "Adapter", "Account",   "Group",   "Share",   "Product",
+                                  "Memory",  "Processor", "Printer", "Battery", "Driver",
+                                  "Session", "Setting",   "Port",    "Update",  "Firewall"};
     return list;
 }
 

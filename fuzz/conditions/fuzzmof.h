@@ -37,13 +37,15 @@ inline bool runMofInput(const std::uint8_t *data, std::size_t size)
     const MofLoader loader = [&bytes](const QString &, QString &) {
         return std::optional<QByteArray>(bytes);
     };
-    const MofReadResult read = readMof({QStringLiteral("input.mof")}, QStringLiteral("root\\cimv2"), loader);
+    const MofReadResult read =
+        readMof({QStringLiteral("input.mof")}, QStringLiteral("root\\cimv2"), loader);
     if (!read.ok())
         return true;
 
-    static const QByteArray existing = "Existing_Base\r\nroot\\cimv2\r\n@Base.\r\n{\r\n"
-                                       "uint16 Kind;ValueMap{\"1\", \"2\"} Values{\"One\", \"T\\\\wo\"}\r\n"
-                                       "\xA6\xA6Kind.\r\nstring Names[];Units(\"x\")\r\n\xA6\xA6\r\n}\r\n";
+    static const QByteArray existing =
+        "Existing_Base\r\nroot\\cimv2\r\n@Base.\r\n{\r\n"
+        "uint16 Kind;ValueMap{\"1\", \"2\"} Values{\"One\", \"T\\\\wo\"}\r\n"
+        "\xA6\xA6Kind.\r\nstring Names[];Units(\"x\")\r\n\xA6\xA6\r\n}\r\n";
     const MofCompileResult compiled = compileMofClasses(read.classes, {}, [](const QString &name) {
         ClassFields f = readBack(existing, name);
         return f.found ? std::optional<ClassFields>(f) : std::nullopt;
@@ -59,9 +61,9 @@ inline bool runMofInput(const std::uint8_t *data, std::size_t size)
     ClassTree tree;
     readClassList(listBuffer, tree);
     for (const CatalogueClass &c : compiled.classes) {
-        const bool listed = std::any_of(tree.nodes.cbegin(), tree.nodes.cend(), [&c](const TreeNode &n) {
-            return n.isClass && n.text == c.name;
-        });
+        const bool listed =
+            std::any_of(tree.nodes.cbegin(), tree.nodes.cend(),
+                        [&c](const TreeNode &n) { return n.isClass && n.text == c.name; });
         const ClassFields back = readBack(folder.contents(FieldFileFor(c.name)), c.name);
         if (!listed || !back.found || back.nameSpace != c.nameSpace
             || back.description != std::optional<QString>(c.description) || back.fields != c.fields)

@@ -30,7 +30,8 @@ const char Help[] =
 
 int usageError(const QString &message)
 {
-    std::fprintf(stderr, "qarvo-catalogue: %s\nTry qarvo-catalogue --help.\n", qUtf8Printable(message));
+    std::fprintf(stderr, "qarvo-catalogue: %s\nTry qarvo-catalogue --help.\n",
+                 qUtf8Printable(message));
     return 2;
 }
 

@@ -243,7 +243,8 @@ QString unitsText(QStringView units)
     if (first < 0)
         return {};
     const qsizetype second = units.indexOf(u'"', first + 1);
-    return (second < 0 ? units.mid(first + 1) : units.mid(first + 1, second - first - 1)).toString();
+    return (second < 0 ? units.mid(first + 1) : units.mid(first + 1, second - first - 1))
+        .toString();
 }
 
 QStringList valueMeanings(QStringView meanings)

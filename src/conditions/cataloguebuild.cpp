@@ -47,9 +47,9 @@ int buildCatalogue(const CatalogueBuildOptions &options, QTextStream &out, QText
     const MofReadResult read = readMof(options.files, options.nameSpace);
     if (!report(read.messages, err))
         return nothingWritten(err);
-    const MofCompileResult compiled = compileMofClasses(
-        read.classes, options.category,
-        [&folder](const QString &name) { return folder.findClass(name); });
+    const MofCompileResult compiled =
+        compileMofClasses(read.classes, options.category,
+                          [&folder](const QString &name) { return folder.findClass(name); });
     if (!report(compiled.messages, err))
         return nothingWritten(err);
 
@@ -67,16 +67,19 @@ int buildCatalogue(const CatalogueBuildOptions &options, QTextStream &out, QText
                     QString::number(counts.unchanged));
     QStringList skipped;
     if (read.methods)
-        skipped << count(read.methods, "method", "methods") + QStringLiteral(" (a rule compares properties only)");
+        skipped << count(read.methods, "method", "methods")
+                       + QStringLiteral(" (a rule compares properties only)");
     if (read.instances)
-        skipped << count(read.instances, "instance", "instances") + QStringLiteral(" (the catalogue holds classes)");
+        skipped << count(read.instances, "instance", "instances")
+                       + QStringLiteral(" (the catalogue holds classes)");
     if (compiled.ranges)
         skipped << count(compiled.ranges, "value-map range", "value-map ranges")
                        + QStringLiteral(" (no property holds a range as its value)");
     if (!skipped.isEmpty())
         out << "skipped " << skipped.join(QLatin1String(", ")) << '\n';
-    out << (written.isEmpty() ? QStringLiteral("nothing changed\n")
-                              : QStringLiteral("written: %1\n").arg(written.join(QLatin1String(", "))));
+    out << (written.isEmpty()
+                ? QStringLiteral("nothing changed\n")
+                : QStringLiteral("written: %1\n").arg(written.join(QLatin1String(", "))));
     out.flush();
     err.flush();
     return 0;

@@ -16,7 +16,7 @@ struct CatalogueBuildOptions
 {
     QString outDir;
     QStringList files;
-    QString category;                               // for classes without a package path
+    QString category;                                  // for classes without a package path
     QString nameSpace = QStringLiteral("root\\cimv2"); // before any "#pragma namespace"
 };
 

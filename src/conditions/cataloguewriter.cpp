@@ -318,7 +318,8 @@ bool CatalogueFolder::load(const QString &directory, QString &error)
             return false;
         }
         if (info.size() > MaxFileSize) {
-            error = QStringLiteral("%1 is larger than %2 MB").arg(path, QString::number(MaxFileSize / (1024 * 1024)));
+            error = QStringLiteral("%1 is larger than %2 MB")
+                        .arg(path, QString::number(MaxFileSize / (1024 * 1024)));
             return false;
         }
         QFile file(path);
@@ -346,9 +347,10 @@ CatalogueFolder::Counts CatalogueFolder::merge(const QList<CatalogueClass> &clas
     QList<const CatalogueClass *> sorted;
     for (const CatalogueClass &c : classes)
         sorted.append(&c);
-    std::stable_sort(sorted.begin(), sorted.end(), [](const CatalogueClass *a, const CatalogueClass *b) {
-        return lessByName(a->name, b->name);
-    });
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const CatalogueClass *a, const CatalogueClass *b) {
+                         return lessByName(a->name, b->name);
+                     });
 
     QHash<QString, Change> changes;
     for (const QString &name : fieldFiles()) {
@@ -364,8 +366,9 @@ CatalogueFolder::Counts CatalogueFolder::merge(const QList<CatalogueClass> &clas
 
     Counts counts;
     for (const Change change : std::as_const(changes)) {
-        ++(change == Change::Added ? counts.added
-                                   : change == Change::Replaced ? counts.replaced : counts.unchanged);
+        ++(change == Change::Added      ? counts.added
+           : change == Change::Replaced ? counts.replaced
+                                        : counts.unchanged);
     }
     return counts;
 }

@@ -55,7 +55,7 @@ private:
 
     catalogue::ClassTree m_tree;
     QString m_filter;
-    QList<bool> m_shown;             // while filtered: which nodes are in the tree
+    QList<bool> m_shown;               // while filtered: which nodes are in the tree
     QList<QList<int>> m_shownChildren; // while filtered: each node's children in the tree
     QList<int> m_rows; // each node's row under its parent
     QIcon m_folder;

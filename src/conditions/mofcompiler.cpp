@@ -45,9 +45,15 @@ std::optional<QStringList> list(const QList<MofQualifier> &qualifiers, QStringVi
 
 Property declared(const MofProperty &p)
 {
-    Property out{p.name, p.type, p.reference, p.array, scalar(p.qualifiers, u"Description"),
-                 scalar(p.qualifiers, u"Units"), list(p.qualifiers, u"ValueMap"),
-                 list(p.qualifiers, u"Values"), p.where};
+    Property out{p.name,
+                 p.type,
+                 p.reference,
+                 p.array,
+                 scalar(p.qualifiers, u"Description"),
+                 scalar(p.qualifiers, u"Units"),
+                 list(p.qualifiers, u"ValueMap"),
+                 list(p.qualifiers, u"Values"),
+                 p.where};
     if (!out.units)
         out.units = scalar(p.qualifiers, u"PUnit");
     return out;
@@ -156,7 +162,8 @@ QString quotedMeaning(const QString &meaning)
     for (qsizetype i = 0; i < text.size(); ++i) {
         const QChar c = text[i];
         if (c == u'\\' || c == u'"' || c == u'(' || c == u'{'
-            || (c == u'R' && i > 0 && text[i - 1] == u' ' && text.mid(i, 4) == QLatin1String("Ref ")))
+            || (c == u'R' && i > 0 && text[i - 1] == u' '
+                && text.mid(i, 4) == QLatin1String("Ref ")))
             out.append(u'\\');
         out.append(c);
     }
@@ -171,10 +178,12 @@ bool isRange(const QString &code)
 class Compiler
 {
 public:
-    Compiler(const QList<MofClass> &classes, const CatalogueLookup &existing, MofCompileResult &result)
-        : m_classes(classes), m_existing(existing), m_result(result)
-    {
-    }
+    Compiler(const QList<MofClass> &classes, const CatalogueLookup &existing,
+             MofCompileResult &result)
+        : m_classes(classes),
+          m_existing(existing),
+          m_result(result)
+    {}
 
     void index();
     std::optional<Resolved> resolve(int index);
@@ -206,10 +215,11 @@ void Compiler::index()
         const MofClass &c = m_classes[i];
         const QString key = c.nameSpace.toLower() + u'\n' + c.name.toLower();
         if (const auto it = m_byKey.constFind(key); it != m_byKey.cend()) {
-            m_result.messages.append({MofMessage::Kind::Note, c.where,
-                                      QStringLiteral("%1 redefined; the definition at %2:%3 is replaced")
-                                          .arg(c.name, m_classes[*it].where.file,
-                                               QString::number(m_classes[*it].where.line))});
+            m_result.messages.append(
+                {MofMessage::Kind::Note, c.where,
+                 QStringLiteral("%1 redefined; the definition at %2:%3 is replaced")
+                     .arg(c.name, m_classes[*it].where.file,
+                          QString::number(m_classes[*it].where.line))});
         }
         m_byKey.insert(key, i);
         m_byName.insert(c.name.toLower(), i);
@@ -269,8 +279,9 @@ std::optional<Resolved> Compiler::resolve(int index)
             for (qsizetype i = chain.indexOf(current); i < chain.size(); ++i)
                 names << m_classes[chain[i]].name;
             names << m_classes[current].name;
-            m_result.messages.append({MofMessage::Kind::Error, m_classes[chain.last()].where,
-                                      QStringLiteral("superclass cycle: %1").arg(names.join(QLatin1String(" -> ")))});
+            m_result.messages.append(
+                {MofMessage::Kind::Error, m_classes[chain.last()].where,
+                 QStringLiteral("superclass cycle: %1").arg(names.join(QLatin1String(" -> ")))});
             return broken();
         }
         chain.append(current);
@@ -284,7 +295,8 @@ std::optional<Resolved> Compiler::resolve(int index)
         }
         const QString key = c.superclass.toLower();
         if (!m_fromCatalogue.contains(key)) {
-            std::optional<ClassFields> fields = m_existing ? m_existing(c.superclass) : std::nullopt;
+            std::optional<ClassFields> fields =
+                m_existing ? m_existing(c.superclass) : std::nullopt;
             m_fromCatalogue.insert(key, fields && fields->found
                                             ? std::optional<Resolved>(fromCatalogue(*fields))
                                             : std::nullopt);
@@ -330,7 +342,10 @@ FieldRecord Compiler::record(const Property &p, const QString &className)
             codes << QString::number(i);
     } else if (!meanings.isEmpty() && meanings.size() != codes.size()) {
         if (report)
-            warn(p.where, QStringLiteral("ValueMap and Values of %1 differ in length; the meanings are left out").arg(where));
+            warn(p.where,
+                 QStringLiteral(
+                     "ValueMap and Values of %1 differ in length; the meanings are left out")
+                     .arg(where));
         meanings.clear();
     }
     QStringList keptCodes, keptMeanings;
@@ -367,7 +382,8 @@ FieldRecord Compiler::record(const Property &p, const QString &className)
     if (!holdable(units, u"\")")) {
         if (report)
             warn(p.where, QStringLiteral("units \"%1\" of %2 left out: the catalogue cannot hold "
-                                         "them").arg(oneLine(units), where));
+                                         "them")
+                              .arg(oneLine(units), where));
     } else if (!units.isEmpty()) {
         f.units = QStringLiteral("Units(\"%1\")").arg(units);
     }
@@ -430,10 +446,11 @@ MofCompileResult compileMofClasses(const QList<MofClass> &classes, const QString
             out.category = oneLine(defaultCategory(c, category));
         out.description = oneLine(resolved->description);
         QList<Property> properties = resolved->properties;
-        std::stable_sort(properties.begin(), properties.end(), [](const Property &a, const Property &b) {
-            const int order = a.name.compare(b.name, Qt::CaseInsensitive);
-            return order != 0 ? order < 0 : a.name < b.name;
-        });
+        std::stable_sort(properties.begin(), properties.end(),
+                         [](const Property &a, const Property &b) {
+                             const int order = a.name.compare(b.name, Qt::CaseInsensitive);
+                             return order != 0 ? order < 0 : a.name < b.name;
+                         });
         for (const Property &p : std::as_const(properties))
             out.fields.append(compiler.record(p, c.name));
         result.classes.append(std::move(out));

@@ -68,7 +68,8 @@ void Lexer::skipSpaceAndComments(Token &error)
 {
     while (m_pos < m_text.size()) {
         const QChar c = m_text[m_pos];
-        if (c == u'\n' || (c == u'\r' && (m_pos + 1 >= m_text.size() || m_text[m_pos + 1] != u'\n'))) {
+        if (c == u'\n'
+            || (c == u'\r' && (m_pos + 1 >= m_text.size() || m_text[m_pos + 1] != u'\n'))) {
             ++m_line;
             ++m_pos;
         } else if (c.isSpace() || c == QChar(0x1A)) {
@@ -86,7 +87,8 @@ void Lexer::skipSpaceAndComments(Token &error)
             }
             m_pos = end;
             if (close < 0) {
-                error = {Token::Error, QStringLiteral("a comment opened here is never closed"), opened};
+                error = {Token::Error, QStringLiteral("a comment opened here is never closed"),
+                         opened};
                 return;
             }
         } else {
@@ -149,7 +151,8 @@ Token Lexer::scanString(QChar quote)
         if (c == quote) {
             ++m_pos;
             if (quote == u'\'' && value.size() != 1)
-                return {Token::Error, QStringLiteral("a character literal holds one character"), line};
+                return {Token::Error, QStringLiteral("a character literal holds one character"),
+                        line};
             return {quote == u'"' ? Token::String : Token::Char, value, line};
         }
         if (c == u'\n' || c == u'\r')
@@ -174,11 +177,21 @@ bool Lexer::scanEscape(QString &out)
         return false;
     const QChar e = m_text[m_pos++];
     switch (e.unicode()) {
-    case u'b': out.append(QChar(0x08)); break;
-    case u't': out.append(u'\t'); break;
-    case u'n': out.append(u'\n'); break;
-    case u'f': out.append(QChar(0x0C)); break;
-    case u'r': out.append(u'\r'); break;
+    case u'b':
+        out.append(QChar(0x08));
+        break;
+    case u't':
+        out.append(u'\t');
+        break;
+    case u'n':
+        out.append(u'\n');
+        break;
+    case u'f':
+        out.append(QChar(0x0C));
+        break;
+    case u'r':
+        out.append(u'\r');
+        break;
     case u'x':
     case u'X': {
         // Up to four hexadecimal digits give one UTF-16 unit.
@@ -193,7 +206,9 @@ bool Lexer::scanEscape(QString &out)
             ++m_pos;
         }
         // A lone half of a surrogate pair is no character; no file could hold it.
-        out.append(!digits ? e : QChar::isSurrogate(code) ? QChar(QChar::ReplacementCharacter) : QChar(code));
+        out.append(!digits                    ? e
+                   : QChar::isSurrogate(code) ? QChar(QChar::ReplacementCharacter)
+                                              : QChar(code));
         break;
     }
     default: // \" \' \\ and anything else: the character itself
@@ -233,7 +248,8 @@ std::optional<QString> decodeText(const QByteArray &bytes, int &badLine, QString
             c = QChar::ReplacementCharacter;
         if (c == u'\n')
             ++line;
-        if ((c.unicode() < 0x20 || c.unicode() == 0x7F) && !allowedControl(c, i + 1 == text.size())) {
+        if ((c.unicode() < 0x20 || c.unicode() == 0x7F)
+            && !allowedControl(c, i + 1 == text.size())) {
             badLine = line;
             error = QStringLiteral("not a text file: it holds the control character U+%1")
                         .arg(c.unicode(), 4, 16, QLatin1Char('0'));

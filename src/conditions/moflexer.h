@@ -18,7 +18,10 @@ struct Token
     QString text; // the value of a literal; the message of an Error
     int line = 1;
 
-    bool is(char punct) const { return kind == Punct && text.size() == 1 && text[0] == QChar(punct); }
+    bool is(char punct) const
+    {
+        return kind == Punct && text.size() == 1 && text[0] == QChar(punct);
+    }
     // Keywords of MOF are compared without regard to case.
     bool isWord(QStringView word) const
     {
@@ -32,7 +35,9 @@ struct Token
 class Lexer
 {
 public:
-    explicit Lexer(QStringView text) : m_text(text) {}
+    explicit Lexer(QStringView text)
+        : m_text(text)
+    {}
 
     const Token &peek();
     Token next();

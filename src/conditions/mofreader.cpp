@@ -21,8 +21,8 @@ constexpr int MaxIncludeDepth = 64;
 
 const QSet<QString> &dataTypes()
 {
-    static const QSet<QString> types{"uint8",  "sint8",  "uint16", "sint16",  "uint32",
-                                     "sint32", "uint64", "sint64", "real32",  "real64",
+    static const QSet<QString> types{"uint8",  "sint8",  "uint16",  "sint16",   "uint32",
+                                     "sint32", "uint64", "sint64",  "real32",   "real64",
                                      "char16", "string", "boolean", "datetime", "object"};
     return types;
 }
@@ -32,29 +32,23 @@ const QSet<QString> &dataTypes()
 const QSet<QString> &knownQualifiers()
 {
     static const QSet<QString> names = [] {
-        QSet<QString> set;
-        for (const char *name :
-             {"abstract", "aggregate", "aggregation", "alias", "amendment", "arraytype",
-              "association", "bitmap", "bitvalues", "cim_key", "cimtype", "classconstraint",
-              "classcontext", "composition", "constructor", "correlatable", "counter",
-              "create", "createby", "delete", "deleteby", "deprecated", "description",
-              "destructor", "displaydescription", "displayname", "dn", "dynamic", "dynprops",
-              "embeddedinstance", "embeddedobject", "exception", "expensive", "experimental",
-              "fixed", "gauge", "hasclassrefs", "id", "ifdeleted", "implemented", "in",
-              "indexed", "indication", "instancecontext", "invisible", "ispunit", "key",
-              "large", "lazy", "locale", "mappingstrings", "max", "maxlen", "maxvalue",
-              "methodconstraint", "min", "minlen", "minvalue", "modelcorrespondence",
-              "nonlocal", "nonlocaltype", "not_null", "nullvalue", "octetstring", "optional",
-              "out", "override", "overridevalue", "overridingfunction", "privileges",
-              "propagated", "propertyconstraint", "propertycontext", "propertyusage",
-              "provider", "punit", "read", "reference", "required", "revision", "schema",
-              "singleton", "source", "sourcetype", "static", "stream", "structure",
-              "subtype", "supportscreate", "supportsdelete", "supportsupdate", "syntax",
-              "syntaxtype", "terminal", "triggertype", "umlpackagepath", "units",
-              "unknownvalues", "unsupportedvalues", "uuid", "valuemap", "values", "version",
-              "weak", "write", "writeprivileges"})
-            set.insert(QLatin1String(name));
-        return set;
+        const QString list = QStringLiteral(
+            "abstract aggregate aggregation alias amendment arraytype association bitmap "
+            "bitvalues cim_key cimtype classconstraint classcontext composition constructor "
+            "correlatable counter create createby delete deleteby deprecated description "
+            "destructor displaydescription displayname dn dynamic dynprops embeddedinstance "
+            "embeddedobject exception expensive experimental fixed gauge hasclassrefs id "
+            "ifdeleted implemented in indexed indication instancecontext invisible ispunit key "
+            "large lazy locale mappingstrings max maxlen maxvalue methodconstraint min minlen "
+            "minvalue modelcorrespondence nonlocal nonlocaltype not_null nullvalue octetstring "
+            "optional out override overridevalue overridingfunction privileges propagated "
+            "propertyconstraint propertycontext propertyusage provider punit read reference "
+            "required revision schema singleton source sourcetype static stream structure "
+            "subtype supportscreate supportsdelete supportsupdate syntax syntaxtype terminal "
+            "triggertype umlpackagepath units unknownvalues unsupportedvalues uuid valuemap "
+            "values version weak write writeprivileges");
+        const QStringList words = list.split(u' ');
+        return QSet<QString>(words.cbegin(), words.cend());
     }();
     return names;
 }
@@ -62,8 +56,9 @@ const QSet<QString> &knownQualifiers()
 // Pragmas that change nothing a catalogue holds.
 const QSet<QString> &quietPragmas()
 {
-    static const QSet<QString> names{"locale", "instancelocale", "source", "nonlocal",
-                                     "nonlocaltype", "autorecover", "classflags", "instanceflags"};
+    static const QSet<QString> names{"locale",     "instancelocale", "source",
+                                     "nonlocal",   "nonlocaltype",   "autorecover",
+                                     "classflags", "instanceflags"};
     return names;
 }
 
@@ -97,15 +92,20 @@ struct Source
     QString nameSpace;
 
     Source(QString p, QString t, QString ns)
-        : path(std::move(p)), text(std::move(t)), lexer(text), nameSpace(std::move(ns))
-    {
-    }
+        : path(std::move(p)),
+          text(std::move(t)),
+          lexer(text),
+          nameSpace(std::move(ns))
+    {}
 };
 
 class Reader
 {
 public:
-    Reader(MofReadResult &result, const MofLoader &loader) : m_result(result), m_loader(loader) {}
+    Reader(MofReadResult &result, const MofLoader &loader)
+        : m_result(result),
+          m_loader(loader)
+    {}
 
     bool readFile(const QString &path, const QString &nameSpace, const MofPosition &from,
                   int depth);
@@ -130,10 +130,10 @@ private:
 
     MofReadResult &m_result;
     const MofLoader &m_loader;
-    QStringList m_stack;         // files being read, outermost first
-    QSet<QString> m_seen;        // files read already
-    QSet<QString> m_declared;    // qualifiers declared in the input
-    QSet<QString> m_warned;      // unknown qualifiers reported once each
+    QStringList m_stack;      // files being read, outermost first
+    QSet<QString> m_seen;     // files read already
+    QSet<QString> m_declared; // qualifiers declared in the input
+    QSet<QString> m_warned;   // unknown qualifiers reported once each
 };
 
 bool Reader::fail(const Source &s, int line, const QString &text)
@@ -162,8 +162,9 @@ bool Reader::expect(Source &s, char punct, const QString &context)
         return false;
     if (t.is(punct))
         return true;
-    return fail(s, t.line,
-                QStringLiteral("expected '%1' %2, found %3").arg(QChar(punct), context, t.describe()));
+    return fail(
+        s, t.line,
+        QStringLiteral("expected '%1' %2, found %3").arg(QChar(punct), context, t.describe()));
 }
 
 bool Reader::expectName(Source &s, QString &name, const QString &what)
@@ -194,8 +195,9 @@ bool Reader::readFile(const QString &path, const QString &nameSpace, const MofPo
     }
     if (m_seen.contains(key)) {
         if (!from.file.isEmpty())
-            m_result.messages.append({MofMessage::Kind::Note, from,
-                                      QStringLiteral("'%1' was read already; not read again").arg(path)});
+            m_result.messages.append(
+                {MofMessage::Kind::Note, from,
+                 QStringLiteral("'%1' was read already; not read again").arg(path)});
         return true;
     }
     if (depth > MaxIncludeDepth)
@@ -204,7 +206,9 @@ bool Reader::readFile(const QString &path, const QString &nameSpace, const MofPo
     QString error;
     const std::optional<QByteArray> bytes = m_loader(path, error);
     if (!bytes)
-        return failAt(from.file.isEmpty() ? error : QStringLiteral("cannot include '%1': %2").arg(path, error));
+        return failAt(from.file.isEmpty()
+                          ? error
+                          : QStringLiteral("cannot include '%1': %2").arg(path, error));
     int badLine = 0;
     std::optional<QString> text = mof::decodeText(*bytes, badLine, error);
     if (!text) {
@@ -285,7 +289,8 @@ bool Reader::pragma(Source &s, int depth)
         return readFile(path, s.nameSpace, {s.path, line}, depth + 1);
     }
     if (lower == QLatin1String("namespace")) {
-        const QString resolved = args.size() == 1 ? resolveNamespace(s.nameSpace, args[0]) : QString();
+        const QString resolved =
+            args.size() == 1 ? resolveNamespace(s.nameSpace, args[0]) : QString();
         if (resolved.isEmpty())
             return fail(s, line, QStringLiteral("#pragma namespace takes one namespace name"));
         s.nameSpace = resolved;
@@ -306,7 +311,8 @@ bool Reader::qualifierDeclaration(Source &s)
     if (!expect(s, ':', QStringLiteral("after the qualifier name")))
         return false;
     m_declared.insert(name.toLower());
-    return skipUntilSemicolon(s, QStringLiteral("the declaration of qualifier %1 (line %2)").arg(name, QString::number(line)));
+    return skipUntilSemicolon(s, QStringLiteral("the declaration of qualifier %1 (line %2)")
+                                     .arg(name, QString::number(line)));
 }
 
 bool Reader::qualifierList(Source &s, QList<MofQualifier> &list)
@@ -320,13 +326,15 @@ bool Reader::qualifierList(Source &s, QList<MofQualifier> &list)
         const Token &open = s.lexer.peek();
         if (open.is('(')) {
             s.lexer.next();
-            if (!value(s, q.values) || !expect(s, ')', QStringLiteral("after the value of %1").arg(q.name)))
+            if (!value(s, q.values)
+                || !expect(s, ')', QStringLiteral("after the value of %1").arg(q.name)))
                 return false;
         } else if (open.is('{')) {
             s.lexer.next();
             q.isArray = true;
             while (!s.lexer.peek().is('}')) {
-                if (!q.values.isEmpty() && !expect(s, ',', QStringLiteral("between the values of %1").arg(q.name)))
+                if (!q.values.isEmpty()
+                    && !expect(s, ',', QStringLiteral("between the values of %1").arg(q.name)))
                     return false;
                 if (!value(s, q.values))
                     return false;
@@ -355,8 +363,9 @@ bool Reader::qualifierList(Source &s, QList<MofQualifier> &list)
         if (t.is(']'))
             return true;
         if (!t.is(','))
-            return fail(s, t.line, QStringLiteral("expected ',' or ']' in the qualifier list, found %1")
-                                       .arg(t.describe()));
+            return fail(s, t.line,
+                        QStringLiteral("expected ',' or ']' in the qualifier list, found %1")
+                            .arg(t.describe()));
     }
 }
 
@@ -380,7 +389,9 @@ bool Reader::value(Source &s, QStringList &values)
         if (lexFailed(s, t))
             return false;
         if (t.kind != Token::Number)
-            return fail(s, t.line, QStringLiteral("expected a number after '%1', found %2").arg(sign, t.describe()));
+            return fail(
+                s, t.line,
+                QStringLiteral("expected a number after '%1', found %2").arg(sign, t.describe()));
     }
     if (t.kind == Token::Number || t.kind == Token::Identifier || t.kind == Token::Char
         || t.kind == Token::Alias) {
@@ -453,7 +464,8 @@ bool Reader::feature(Source &s, MofClass &c)
         return true;
     }
     if (!p.reference && !dataTypes().contains(p.type.toLower()))
-        return fail(s, p.where.line, QStringLiteral("unknown data type '%1' of %2").arg(p.type, context));
+        return fail(s, p.where.line,
+                    QStringLiteral("unknown data type '%1' of %2").arg(p.type, context));
     if (!p.reference)
         p.type = p.type.toLower();
     if (s.lexer.peek().is('[')) {
@@ -492,7 +504,9 @@ bool Reader::instance(Source &s)
         s.lexer.next();
         const Token alias = s.lexer.next();
         if (alias.kind != Token::Alias)
-            return fail(s, alias.line, QStringLiteral("expected an alias after 'as', found %1").arg(alias.describe()));
+            return fail(
+                s, alias.line,
+                QStringLiteral("expected an alias after 'as', found %1").arg(alias.describe()));
     }
     if (!s.lexer.peek().is('{'))
         return expect(s, '{', QStringLiteral("to open the instance of %1").arg(className));
@@ -546,8 +560,10 @@ bool Reader::skipUntilSemicolon(Source &s, const QString &context)
 QString MofMessage::toString() const
 {
     static const char *const kinds[] = {"error", "warning", "note"};
-    const QString prefix = where.line > 0 ? QStringLiteral("%1:%2: ").arg(where.file, QString::number(where.line))
-                                          : where.file.isEmpty() ? QString() : where.file + QStringLiteral(": ");
+    const QString prefix =
+        where.line > 0 ? QStringLiteral("%1:%2: ").arg(where.file, QString::number(where.line))
+        : where.file.isEmpty() ? QString()
+                               : where.file + QStringLiteral(": ");
     return prefix + QLatin1String(kinds[int(kind)]) + QStringLiteral(": ") + text;
 }
 
@@ -598,8 +614,10 @@ MofReadResult readMof(const QStringList &files, const QString &defaultNamespace,
     MofReadResult result;
     const QString nameSpace = resolveNamespace(QStringLiteral("root"), defaultNamespace);
     if (nameSpace.isEmpty()) {
-        result.messages.append({MofMessage::Kind::Error, {},
-                                QStringLiteral("'%1' is not a namespace name").arg(defaultNamespace)});
+        result.messages.append(
+            {MofMessage::Kind::Error,
+             {},
+             QStringLiteral("'%1' is not a namespace name").arg(defaultNamespace)});
         return result;
     }
     Reader reader(result, loader);

@@ -65,8 +65,7 @@ inline void writeFile(const QString &path, const QByteArray &bytes)
 // Runs every input of a fuzz corpus (a folder under fuzz/) through the fuzz target's own entry
 // point, so that every build checks what the fuzzer found interesting. Returns the inputs that
 // fail, or a line saying the corpus is not there.
-template<typename Run>
-QStringList corpusFailures(const QString &folder, qsizetype atLeast, Run run)
+template<typename Run> QStringList corpusFailures(const QString &folder, qsizetype atLeast, Run run)
 {
     const QDir corpus(qEnvironmentVariable("QARVO_SOURCE_DIR") + "/fuzz/" + folder);
     const QStringList names = corpus.entryList(QDir::Files, QDir::Name);
@@ -76,7 +75,8 @@ QStringList corpusFailures(const QString &folder, qsizetype atLeast, Run run)
     for (const QString &name : names) {
         QFile file(corpus.filePath(name));
         const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-        if (!run(reinterpret_cast<const std::uint8_t *>(bytes.constData()), std::size_t(bytes.size())))
+        if (!run(reinterpret_cast<const std::uint8_t *>(bytes.constData()),
+                 std::size_t(bytes.size())))
             failed << name;
     }
     return failed;

@@ -86,7 +86,8 @@ const char TopMof[] =
     "      [Override ( \"Name\" ), Key]\n"
     "   string Name;\n"
     "      [Description ( \"State\\tof it\" ), ValueMap { \"1\", \"2\", \"3\", \"..\", \"a,b\" },\n"
-    "       Values { \"Stopped\", \"Running\", \"Paused (Units(\\\"x\\\"))\", \"Reserved\", \"Odd\" } : ToSubclass]\n"
+    "       Values { \"Stopped\", \"Running\", \"Paused (Units(\\\"x\\\"))\", \"Reserved\", "
+    "\"Odd\" } : ToSubclass]\n"
     "   uint16 State;\n"
     "      [Values { \"Off\", \"On\" }]\n"
     "   uint8 Power;\n"
@@ -101,16 +102,15 @@ const char TopMof[] =
     "};\n"
     "instance of Test_Service as $S { Name = \"x\"; };\n";
 
-const char BaseMof[] =
-    "Qualifier Custom : string = null, Scope(property);\n"
-    "   [Abstract, Description ( \"The base.\" )]\n"
-    "class Test_Base {\n"
-    "      [Key, Description ( \"Name of it.\" ), MaxLen ( 256 )]\n"
-    "   string Name;\n"
-    "      [Custom ( \"y\" ), Description ( \"\\\\Starts with a backslash\" )]\n"
-    "   boolean Enabled;\n"
-    "};\n"
-    "class CIM_Thing { string Path; };\n";
+const char BaseMof[] = "Qualifier Custom : string = null, Scope(property);\n"
+                       "   [Abstract, Description ( \"The base.\" )]\n"
+                       "class Test_Base {\n"
+                       "      [Key, Description ( \"Name of it.\" ), MaxLen ( 256 )]\n"
+                       "   string Name;\n"
+                       "      [Custom ( \"y\" ), Description ( \"\\\\Starts with a backslash\" )]\n"
+                       "   boolean Enabled;\n"
+                       "};\n"
+                       "class CIM_Thing { string Path; };\n";
 
 } // namespace
 
@@ -128,18 +128,22 @@ private Q_SLOTS:
         const Run run = build(out, {dir.filePath("schema/top.mof")});
         QCOMPARE(run.status, 0);
         const QString top = dir.filePath("schema/top.mof");
-        QCOMPARE(run.err.split('\n', Qt::SkipEmptyParts),
-                 QStringList({top + ":8: warning: unknown qualifier 'Vendor' (not declared) ignored",
-                              top + ":14: warning: value-map entry \"a,b\" of Test_Service.State left "
-                                    "out: the catalogue cannot hold it in a value"}));
-        QVERIFY2(run.out.contains("3 classes compiled: 3 added, 0 replaced, 0 unchanged"), qPrintable(run.out));
+        QCOMPARE(
+            run.err.split('\n', Qt::SkipEmptyParts),
+            QStringList({top + ":8: warning: unknown qualifier 'Vendor' (not declared) ignored",
+                         top
+                             + ":14: warning: value-map entry \"a,b\" of Test_Service.State left "
+                               "out: the catalogue cannot hold it in a value"}));
+        QVERIFY2(run.out.contains("3 classes compiled: 3 added, 0 replaced, 0 unchanged"),
+                 qPrintable(run.out));
         QVERIFY2(run.out.contains("skipped 1 method (a rule compares properties only), 1 instance "
                                   "(the catalogue holds classes), 1 value-map range"),
                  qPrintable(run.out));
 
         ClassTree tree;
         QVERIFY(LoadClassList(out, tree));
-        QCOMPARE(classesUnder(tree, "Namespace root\\Test", "Test::Services"), QStringList({"Test_Service"}));
+        QCOMPARE(classesUnder(tree, "Namespace root\\Test", "Test::Services"),
+                 QStringList({"Test_Service"}));
         QCOMPARE(classesUnder(tree, "Namespace root\\cimv2", "Test"), QStringList({"Test_Base"}));
         QCOMPARE(classesUnder(tree, "Namespace root\\cimv2", "CIM"), QStringList({"CIM_Thing"}));
         QCOMPARE(tree.FindNodeEntry(u"Test_Service")->description,
@@ -149,7 +153,8 @@ private Q_SLOTS:
         const auto service = LoadClassFields(out, "Test_Service");
         QVERIFY(service && service->found);
         QCOMPARE(service->nameSpace, QStringLiteral("root\\Test"));
-        QCOMPARE(service->description, std::optional<QString>("A service with a description. Second line."));
+        QCOMPARE(service->description,
+                 std::optional<QString>("A service with a description. Second line."));
         const QList<FieldRecord> expected{
             {"Codes[]", "sint32", "", "", ""},
             {"Enabled", "boolean", "\\Starts with a backslash", "", ""},
@@ -183,9 +188,10 @@ private Q_SLOTS:
             before.insert(e.name, LoadClassFields(out, e.name)->fields);
 
         const QString mof = dir.filePath("added.mof");
-        writeFile(mof, "class Win32_Added : Win32_Service { [Description(\"Own.\")] string Extra; };\n"
-                       "#pragma namespace(\"root\\\\SecurityCenter2\")\n"
-                       "class AntiVirusProduct { string displayName; };\n");
+        writeFile(mof,
+                  "class Win32_Added : Win32_Service { [Description(\"Own.\")] string Extra; };\n"
+                  "#pragma namespace(\"root\\\\SecurityCenter2\")\n"
+                  "class AntiVirusProduct { string displayName; };\n");
         QCOMPARE(build(out, {mof}).status, 0);
         const QMap<QString, QByteArray> first = snapshot(out);
 
@@ -206,12 +212,16 @@ private Q_SLOTS:
 
         // The same input again: byte for byte the same files.
         const Run again = build(out, {mof});
-        QVERIFY2(again.out.contains("2 classes compiled: 0 added, 0 replaced, 2 unchanged"), qPrintable(again.out));
+        QVERIFY2(again.out.contains("2 classes compiled: 0 added, 0 replaced, 2 unchanged"),
+                 qPrintable(again.out));
         QVERIFY(again.out.contains("nothing changed"));
         QCOMPARE(snapshot(out), first);
 
-        writeFile(mof, "class Win32_Added : Win32_Service { [Description(\"Changed.\")] string Extra; };\n");
-        QVERIFY(build(out, {mof}).out.contains("1 class compiled: 0 added, 1 replaced, 0 unchanged"));
+        writeFile(
+            mof,
+            "class Win32_Added : Win32_Service { [Description(\"Changed.\")] string Extra; };\n");
+        QVERIFY(
+            build(out, {mof}).out.contains("1 class compiled: 0 added, 1 replaced, 0 unchanged"));
         QCOMPARE(QString(snapshot(out)["class.dat"]).count("#Win32_Added$"), 1);
     }
 
@@ -222,24 +232,33 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expected"); // after the folder of the files
         QTest::newRow("syntax") << QByteArray("class A_B {\n string X\n};") << QByteArray()
                                 << "a.mof:3: error: expected ';' after A_B.X, found '}'";
-        QTest::newRow("string not closed") << QByteArray("\n[Description(\"abc)] class A_B {};") << QByteArray()
-                                           << "a.mof:2: error: a string opened here is not closed on its line";
-        QTest::newRow("comment not closed") << QByteArray("class A_B {};\n/* open") << QByteArray()
-                                            << "a.mof:2: error: a comment opened here is never closed";
+        QTest::newRow("string not closed")
+            << QByteArray("\n[Description(\"abc)] class A_B {};") << QByteArray()
+            << "a.mof:2: error: a string opened here is not closed on its line";
+        QTest::newRow("comment not closed")
+            << QByteArray("class A_B {};\n/* open") << QByteArray()
+            << "a.mof:2: error: a comment opened here is never closed";
         QTest::newRow("unknown type") << QByteArray("class A_B { strng X; };") << QByteArray()
                                       << "a.mof:1: error: unknown data type 'strng' of A_B.X";
-        QTest::newRow("superclass cycle") << QByteArray("class A_A : A_B {};\nclass A_B : A_A {};") << QByteArray()
-                                          << "a.mof:2: error: superclass cycle: A_A -> A_B -> A_A";
-        QTest::newRow("missing superclass") << QByteArray("class A_A : A_Gone {};") << QByteArray()
-                                            << "a.mof:1: error: the superclass A_Gone of A_A is defined "
-                                               "neither in the input nor in the catalogue";
+        QTest::newRow("superclass cycle")
+            << QByteArray("class A_A : A_B {};\nclass A_B : A_A {};") << QByteArray()
+            << "a.mof:2: error: superclass cycle: A_A -> A_B -> A_A";
+        QTest::newRow("missing superclass")
+            << QByteArray("class A_A : A_Gone {};") << QByteArray()
+            << "a.mof:1: error: the superclass A_Gone of A_A is defined "
+               "neither in the input nor in the catalogue";
         QTest::newRow("include cycle") << QByteArray("#pragma include(\"b.mof\")")
                                        << QByteArray("\n#pragma include(\"a.mof\")")
                                        << "b.mof:2: error: include cycle: a.mof -> b.mof -> a.mof";
-        QTest::newRow("missing include") << QByteArray("#pragma include (\"gone.mof\")") << QByteArray()
-                                         << "a.mof:1: error: cannot include '%1/gone.mof': no such file";
-        QTest::newRow("not text") << QByteArray("class A_B {};\n\x7f" "ELF\x01\x00", 20) << QByteArray()
-                                  << "a.mof:2: error: not a text file: it holds the control character U+007f";
+        QTest::newRow("missing include")
+            << QByteArray("#pragma include (\"gone.mof\")") << QByteArray()
+            << "a.mof:1: error: cannot include '%1/gone.mof': no such file";
+        QTest::newRow("not text")
+            << QByteArray("class A_B {};\n\x7f"
+                          "ELF\x01\x00",
+                          20)
+            << QByteArray()
+            << "a.mof:2: error: not a text file: it holds the control character U+007f";
     }
 
     void badInputWritesNothing()
@@ -264,7 +283,8 @@ private Q_SLOTS:
         tool.start(QStringLiteral(QARVO_CATALOGUE_TOOL), {"--help"});
         QVERIFY(tool.waitForFinished());
         QCOMPARE(tool.exitCode(), 0);
-        QVERIFY(tool.readAllStandardOutput().startsWith("Usage: qarvo-catalogue build --out DIR [options] FILE.mof..."));
+        QVERIFY(tool.readAllStandardOutput().startsWith(
+            "Usage: qarvo-catalogue build --out DIR [options] FILE.mof..."));
 
         tool.start(QStringLiteral(QARVO_CATALOGUE_TOOL), {"build", "x.mof"});
         QVERIFY(tool.waitForFinished());
@@ -274,7 +294,8 @@ private Q_SLOTS:
 
         QTemporaryDir dir;
         writeFile(dir.filePath("a.mof"), "class A_B { uint32 X; };");
-        tool.start(QStringLiteral(QARVO_CATALOGUE_TOOL), {"build", "--out", dir.filePath("c"), dir.filePath("a.mof")});
+        tool.start(QStringLiteral(QARVO_CATALOGUE_TOOL),
+                   {"build", "--out", dir.filePath("c"), dir.filePath("a.mof")});
         QVERIFY(tool.waitForFinished());
         QCOMPARE(tool.exitCode(), 0);
         QCOMPARE(snapshot(dir.filePath("c")).keys(),

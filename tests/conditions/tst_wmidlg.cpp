@@ -67,9 +67,10 @@ private Q_SLOTS:
     {
         QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope, m_settingsDir.path());
         const QString root = m_catalogue.path();
-        writeFile(root + "/class.dat", "!Operating System\n@Services\n#Win32_Test$Test class from the list\n"
-                                       "#Win32_Roles$Roles\n#Win32_Missing$Not in its field file\na plain line\n"
-                                       "!Files\n@File System\n#CIM_Thing$A thing\n");
+        writeFile(root + "/class.dat",
+                  "!Operating System\n@Services\n#Win32_Test$Test class from the list\n"
+                  "#Win32_Roles$Roles\n#Win32_Missing$Not in its field file\na plain line\n"
+                  "!Files\n@File System\n#CIM_Thing$A thing\n");
         QByteArray fields;
         for (const char *line : {"boolean Flag;", "string Name;", "uint32 Size;Units(\"bytes\")",
                                  "uint16 Codes[];", "string Tags[];",
@@ -80,9 +81,11 @@ private Q_SLOTS:
                       + (QByteArray(line).startsWith("string Name") ? "The name.\\nSecond line." : "d")
                       + "\r\n";
         writeFile(root + "/data/win32.dat",
-                  "Win32_Test\r\nroot\\cimv2\r\n@The test class.\r\n{\r\n" + fields + "}\r\n"
-                  "Win32_Roles\nroot\\cimv2\n@\n{\nuint16 Role;ValueMap{\"1\", \"3\", \"4\"} "
-                  "Values{\"Workstation\", \"Server \\\"main\\\"\", \"\"}\n" + Marker + "r\n}\n");
+                  "Win32_Test\r\nroot\\cimv2\r\n@The test class.\r\n{\r\n" + fields
+                      + "}\r\n"
+                        "Win32_Roles\nroot\\cimv2\n@\n{\nuint16 Role;ValueMap{\"1\", \"3\", \"4\"} "
+                        "Values{\"Workstation\", \"Server \\\"main\\\"\", \"\"}\n"
+                      + Marker + "r\n}\n");
         writeFile(root + "/data/cim.dat", "CIM_Thing\nroot\\cimv2\nno description\n{\nstring Path;\n"
                                           + Marker + "p\n}\n");
         writeFile(root + "/data/other.dat", "");
@@ -413,7 +416,8 @@ private Q_SLOTS:
             selectClass(modal, "Win32_Roles");
             selectField(modal, "Role");
             auto *values = child<QComboBox>(modal, "valueCombo");
-            QCOMPARE(items(values), QStringList({"1 \u2013 Workstation", "3 \u2013 Server \"main\"", "4"}));
+            QCOMPARE(items(values),
+                     QStringList({"1 \u2013 Workstation", "3 \u2013 Server \"main\"", "4"}));
             QCOMPARE(values->currentText(), QString());
             choose(values, "3 \u2013 Server \"main\"");
             choose(child<QComboBox>(modal, "conditionCombo"), "=");
@@ -423,7 +427,8 @@ private Q_SLOTS:
         QCOMPARE(parts(*editWMICondition(nullptr)), parts(role));
         // Reopened on the stored code, the list shows it with its meaning.
         whenModalShown([](QWidget *modal) {
-            QCOMPARE(child<QComboBox>(modal, "valueCombo")->currentText(), QStringLiteral("3 \u2013 Server \"main\""));
+            QCOMPARE(child<QComboBox>(modal, "valueCombo")->currentText(),
+                     QStringLiteral("3 \u2013 Server \"main\""));
             child<QPushButton>(modal, "cancelButton")->click();
         });
         editWMICondition(nullptr, role);
@@ -440,10 +445,12 @@ private Q_SLOTS:
         QCOMPARE(search->accessibleName(), QStringLiteral("Search classes"));
         const auto shown = [&] {
             QStringList out;
-            std::function<void(const QModelIndex &, int)> walk = [&](const QModelIndex &parent, int depth) {
+            std::function<void(const QModelIndex &, int)> walk = [&](const QModelIndex &parent,
+                                                                     int depth) {
                 for (int r = 0; r < tree->model()->rowCount(parent); ++r) {
                     const QModelIndex i = tree->model()->index(r, 0, parent);
-                    out << QString(depth, '.') + i.data().toString() + (tree->isExpanded(i) && tree->model()->hasChildren(i) ? "+" : "");
+                    out << QString(depth, '.') + i.data().toString()
+                               + (tree->isExpanded(i) && tree->model()->hasChildren(i) ? "+" : "");
                     walk(i, depth + 1);
                 }
             };
