@@ -327,7 +327,7 @@ bool CatalogueFolder::load(const QString &directory, QString &error)
             error = QStringLiteral("%1: %2").arg(path, file.errorString());
             return false;
         }
-        m_original.insert(name, file.read(MaxFileSize));
+        m_original.insert(name, file.read(std::min(file.size(), MaxFileSize)));
     }
     m_current = m_original;
     return true;

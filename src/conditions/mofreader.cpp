@@ -596,7 +596,8 @@ std::optional<QByteArray> loadMofFile(const QString &path, QString &error)
         error = file.errorString();
         return std::nullopt;
     }
-    return file.read(MaxMofFileSize);
+    // Read what the file holds: a read of the largest size allowed would reserve all of it.
+    return file.read(std::min(file.size(), MaxMofFileSize));
 }
 
 bool MofReadResult::ok() const
