@@ -176,29 +176,14 @@ bool Lexer::scanEscape(QString &out)
     if (m_pos >= m_text.size() || m_text[m_pos] == u'\n' || m_text[m_pos] == u'\r')
         return false;
     const QChar e = m_text[m_pos++];
-    switch (e.unicode()) {
-    case u'b':
-        out.append(QChar(0x08));
-        break;
-    case u't':
-        out.append(u'\t');
-        break;
-    case u'n':
-        out.append(u'\n');
-        break;
-    case u'f':
-        out.append(QChar(0x0C));
-        break;
-    case u'r':
-        out.append(u'\r');
-        break;
-    case u'x':
-    case u'X': {
+    if (const qsizetype simple = QStringView(u"btnfr").indexOf(e); simple >= 0) {
+        out.append(QStringView(u"\b\t\n\f\r")[simple]);
+    } else if (e == u'x' || e == u'X') {
         // Up to four hexadecimal digits give one UTF-16 unit.
         char16_t code = 0;
         int digits = 0;
         while (digits < 4 && m_pos < m_text.size()) {
-            const int v = QStringView(u"0123456789abcdef").indexOf(m_text[m_pos].toLower());
+            const qsizetype v = QStringView(u"0123456789abcdef").indexOf(m_text[m_pos].toLower());
             if (v < 0)
                 break;
             code = char16_t(code * 16 + v);
@@ -209,11 +194,8 @@ bool Lexer::scanEscape(QString &out)
         out.append(!digits                    ? e
                    : QChar::isSurrogate(code) ? QChar(QChar::ReplacementCharacter)
                                               : QChar(code));
-        break;
-    }
-    default: // \" \' \\ and anything else: the character itself
-        out.append(e);
-        break;
+    } else {
+        out.append(e); // \" \' \\ and anything else: the character itself
     }
     return true;
 }
