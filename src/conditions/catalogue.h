@@ -8,6 +8,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QStringView>
 
 #include <optional>
@@ -31,6 +32,7 @@ struct TreeNode
     int image = 0;
     int selectedImage = 1;
     bool expanded = false;
+    bool isClass = false; // from a "#" line; only classes answer a class search
     QList<int> children;
 };
 
@@ -58,6 +60,9 @@ struct FieldRecord
     QString description; // unescaped, may hold line breaks
     QString valueMap;    // "ValueMap{...}" or empty
     QString units;       // "Units(...)" or empty
+    // "Values{...}": what each value-map code means. Older readers skip it, as they skip any
+    // qualifier they do not know; empty when the field has none.
+    QString meanings = {};
 
     bool operator==(const FieldRecord &) const = default;
 };
@@ -82,6 +87,15 @@ QARVO_EXPORT ClassFields readClassFields(QIODevice &device, QStringView classNam
 // interprets them.
 QARVO_EXPORT FieldRecord parseFieldLine(QStringView line);
 QARVO_EXPORT QString unescapeDescription(QStringView text);
+
+// The choices a "ValueMap{...}" offers: each piece between commas gives the text between its
+// first two double quotes (so a choice can hold neither "," nor a quote).
+QARVO_EXPORT QStringList valueMapChoices(QStringView valueMap);
+// The text between the quotes of "Units("...")".
+QARVO_EXPORT QString unitsText(QStringView units);
+// The meanings of "Values{...}", in value-map order: quoted texts in which a backslash takes the
+// next character as it stands.
+QARVO_EXPORT QStringList valueMeanings(QStringView meanings);
 
 // The description marker at the start of a raw line: the byte pair A6 A6 as stored, or either of
 // the two wide forms it takes when an 8-bit file was widened by someone else ("¦¦" by a

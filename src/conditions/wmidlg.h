@@ -57,8 +57,12 @@ public:
     void setVisible(bool visible) override;
     void accept() override;
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     void initDialog();
+    void applySearch(const QString &text);
     void selectTreeNode(const QModelIndex &index);
     void selectFieldRow(QTreeWidgetItem *item);
     void showValueEdit(bool writable);
@@ -72,6 +76,8 @@ private:
     QList<catalogue::FieldRecord> m_records;
 
     ClassTreeModel *m_model;
+    int m_shownNode = -1; // the node whose fields are shown; a search may hide it for a while
+    QLineEdit *m_search;
     QTreeView *m_tree;
     QTreeWidget *m_fields;
     QPlainTextEdit *m_description;
