@@ -1,0 +1,144 @@
+#include "rulestore/storeschema.h"
+
+#include "dataservice/dataservice.h"
+#include "rulestore/storedb.h"
+#include "rulestore/storeerror.h"
+
+#include <algorithm>
+
+namespace qarvo::store {
+
+namespace {
+
+// Layout 1. Column types are the common ground of SQLite and PostgreSQL; the constraints are
+// what keeps two consoles from storing the same id or name.
+const char *const layout1[] = {
+    "CREATE TABLE schema_version (version INTEGER NOT NULL)",
+    "CREATE TABLE rules ("
+    " category SMALLINT NOT NULL CHECK (category IN (5, 6)),"
+    " rule_id INTEGER NOT NULL,"
+    " rule_name TEXT NOT NULL,"
+    " rule_comment TEXT NOT NULL,"
+    " rule_wql SMALLINT NOT NULL,"
+    " service_name TEXT NOT NULL,"
+    " script_selection TEXT NOT NULL,"
+    " PRIMARY KEY (category, rule_id),"
+    " UNIQUE (category, rule_name))",
+    "CREATE TABLE wmi_conditions ("
+    " rule_id INTEGER NOT NULL,"
+    " cond_index SMALLINT NOT NULL,"
+    " conjunction SMALLINT NOT NULL,"
+    " cond_class TEXT NOT NULL,"
+    " cond_field TEXT NOT NULL,"
+    " cond_value TEXT NOT NULL,"
+    " cond_operator TEXT NOT NULL,"
+    " operator_code SMALLINT NOT NULL,"
+    " cond_namespace TEXT NOT NULL,"
+    " cond_type TEXT NOT NULL,"
+    " type_code SMALLINT NOT NULL,"
+    " PRIMARY KEY (rule_id, cond_index))",
+    "CREATE TABLE naqc_scripts ("
+    " rule_id INTEGER NOT NULL,"
+    " entry_no SMALLINT NOT NULL,"
+    " script_file TEXT NOT NULL,"
+    " action_type TEXT NOT NULL,"
+    " script_comment TEXT NOT NULL,"
+    " selected SMALLINT NOT NULL,"
+    " PRIMARY KEY (rule_id, entry_no))",
+    // Rule usage: the user is kept by id so that it survives the user's own delete-and-store-again
+    // edit; the used rule is kept by name, as rules refer to each other.
+    "CREATE TABLE rule_usage ("
+    " user_category SMALLINT NOT NULL,"
+    " user_id INTEGER NOT NULL,"
+    " used_category SMALLINT NOT NULL,"
+    " used_name TEXT NOT NULL,"
+    " PRIMARY KEY (user_category, user_id, used_category, used_name))",
+    "CREATE INDEX rule_usage_used ON rule_usage (used_category, used_name)",
+};
+
+// Every table any layout has had: in a shared PostgreSQL schema only these names matter.
+const QStringList ownTables = {QStringLiteral("schema_version"), QStringLiteral("rules"),
+                               QStringLiteral("wmi_conditions"), QStringLiteral("naqc_scripts"),
+                               QStringLiteral("rule_usage")};
+
+QStringList existingTables(StoreDb &db)
+{
+    QSqlQuery q = db.sqlite
+        ? db.exec("SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\'")
+        : db.exec("SELECT table_name FROM information_schema.tables WHERE table_schema = current_schema()");
+    QStringList names;
+    while (q.next())
+        names.append(q.value(0).toString());
+    q.finish();
+    return names;
+}
+
+template<std::size_t N>
+QStringList statements(const char *const (&list)[N])
+{
+    QStringList out;
+    for (const char *s : list)
+        out.append(QString::fromLatin1(s));
+    return out;
+}
+
+} // namespace
+
+QStringList layoutStatements(int layout, bool sqlite)
+{
+    Q_UNUSED(sqlite)
+    switch (layout) {
+    case 1:
+        return statements(layout1);
+    default:
+        return {};
+    }
+}
+
+bool prepareSchema(StoreDb &db, const QString &display)
+{
+    Transaction tx(db, true);
+    if (!db.sqlite) {
+        // Two consoles opening a fresh database at once create the tables once.
+        db.exec("SELECT pg_advisory_xact_lock(7235406)");
+        if (!db.schema.isEmpty())
+            db.plain(QStringLiteral("CREATE SCHEMA IF NOT EXISTS %1").arg(db.schema));
+    }
+    const QStringList tables = existingTables(db);
+    int version = 0;
+    if (tables.contains(QStringLiteral("schema_version"))) {
+        version = db.value("SELECT MAX(version) FROM schema_version").toInt();
+        if (version > LatestLayout)
+            refuse(status::Fail,
+                   QStringLiteral("%1 was written by a newer qarvo (rule store layout %2; this one reads up to %3).")
+                       .arg(display).arg(version).arg(LatestLayout));
+        if (version < 1)
+            refuse(status::Fail, QStringLiteral("%1 is damaged: it has no rule store layout version.").arg(display));
+    } else {
+        // A file of another program is left alone; in a shared PostgreSQL schema only our own
+        // table names matter.
+        const bool foreign = db.sqlite ? !tables.isEmpty()
+                                       : std::any_of(tables.cbegin(), tables.cend(), [](const QString &t) {
+                                             return ownTables.contains(t);
+                                         });
+        if (foreign)
+            refuse(status::Fail,
+                   QStringLiteral("%1 is not a qarvo rule store: it already holds other tables.").arg(display));
+    }
+    if (version == LatestLayout) {
+        tx.commit();
+        return false;
+    }
+    for (int layout = version + 1; layout <= LatestLayout; ++layout) {
+        for (const QString &statement : layoutStatements(layout, db.sqlite))
+            db.plain(statement);
+    }
+    if (version == 0)
+        db.exec("INSERT INTO schema_version (version) VALUES (?)", {LatestLayout});
+    else
+        db.exec("UPDATE schema_version SET version = ?", {LatestLayout});
+    tx.commit();
+    return version == 0;
+}
+
+} // namespace qarvo::store
