@@ -196,6 +196,7 @@ Reply SqlRuleStore::call(const QString &methodName, const ArgList &args)
                                                  .arg(methodName).arg(i + 1)
                                                  .arg(kindName(kindOf(args.at(i))), kindName(m->kinds.at(i))));
         }
+        store::checkStorable(args);
         if (!d->open)
             refuse(status::Fail, QStringLiteral("the rule store is not open"));
         store::Transaction tx(d->db, m->writes);
@@ -238,6 +239,7 @@ qint32 SqlRuleStore::addRuleUsage(qint16 userCategory, const QString &userId, qi
 {
     try {
         const ArgList args = {userId, userCategory, usedName, usedCategory};
+        store::checkStorable(args);
         const int id = store::ruleIdArg(args, 0);
         const qint16 userCat = store::categoryArg(args, 1);
         const QString name = store::ruleNameArg(args, 2);

@@ -10,6 +10,41 @@ void refuse(qint32 status, const QString &message)
     throw Refusal{status, message};
 }
 
+QString unstorable(const QString &text)
+{
+    const auto codePoint = [](char32_t c) {
+        return QStringLiteral("U+") + QString::number(quint32(c), 16).toUpper().rightJustified(4, u'0');
+    };
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        char32_t point = c.unicode();
+        if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
+            point = QChar::surrogateToUcs4(c, text.at(i + 1));
+            ++i;
+        } else if (c.isSurrogate()) {
+            // UTF-8 and PostgreSQL have no way to carry half a pair: it would come back as U+FFFD.
+            return QStringLiteral("holds a lone surrogate (%1) at character %2").arg(codePoint(point)).arg(i + 1);
+        }
+        if (point == 0)
+            return QStringLiteral("holds a NUL character at character %1").arg(i + 1);
+        // Non-characters are free for internal use by definition; drivers may drop or replace them.
+        if ((point >= 0xFDD0 && point <= 0xFDEF) || (point & 0xFFFE) == 0xFFFE)
+            return QStringLiteral("holds the non-character %1 at character %2").arg(codePoint(point)).arg(i + 1);
+    }
+    return {};
+}
+
+void checkStorable(const ArgList &args)
+{
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        if (const QString *t = std::get_if<QString>(&args.at(i))) {
+            const QString reason = unstorable(*t);
+            if (!reason.isEmpty())
+                refuse(status::InvalidArgument, QStringLiteral("argument %1 %2").arg(i + 1).arg(reason));
+        }
+    }
+}
+
 QString textArg(const ArgList &args, int i)
 {
     return std::get<QString>(args.at(i));

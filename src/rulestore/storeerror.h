@@ -18,6 +18,12 @@ struct Refusal
 
 [[noreturn]] void refuse(qint32 status, const QString &message);
 
+// Why `text` would not come back from the database exactly as sent (a lone surrogate, a
+// non-character, NUL), or an empty string when it would.
+QString unstorable(const QString &text);
+// Refuses with E_INVALIDARG every text argument that would not come back unchanged.
+void checkStorable(const ArgList &args);
+
 // The arguments of the control's calls, each checked against what the store keeps. `i` is the
 // 0-based position in the method's own order.
 QString textArg(const ArgList &args, int i);

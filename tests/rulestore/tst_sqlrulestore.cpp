@@ -382,6 +382,29 @@ private Q_SLOTS:
         QCOMPARE(m_fx.count(QStringLiteral("wmi_conditions")), 1);
     }
 
+    void textsThatWouldComeBackChangedAreRefused()
+    {
+        auto store = m_fx.open();
+        QVERIFY(storeWmi(store.get(), 1, QStringLiteral("Kept")));
+        const QString bad[] = {QString(QChar(0xD800)), QStringLiteral("x") + QChar(0xDC00), QString(QChar(0xFFFE)),
+                               QString::fromUcs4(U"\U0001FFFF"), QString(QChar(0xFDD0)), QStringLiteral("a") + QChar(0)};
+        for (const QString &t : bad) {
+            WMIRuleRow row = wmiRow(2, QStringLiteral("New"), 0);
+            row.value = t;
+            QCOMPARE(calls::AddWMIRule(store.get(), row), status::InvalidArgument);
+            QCOMPARE(calls::CanUseExRuleName(store.get(), QStringLiteral("Kept") + t, category::WMI).status,
+                     status::InvalidArgument);
+            QCOMPARE(calls::RulesUsedExRule(store.get(), t, category::WMI).status, status::InvalidArgument);
+            QCOMPARE(calls::UpdateExRuleNameInRule(store.get(), QStringLiteral("Kept"), t, category::WMI),
+                     status::InvalidArgument);
+            QCOMPARE(calls::AddRQCRule(store.get(), ruleIdText(3), QStringLiteral("N"), QString(), QString(), t),
+                     status::InvalidArgument);
+            QVERIFY(failed(use(store.get(), category::WMI, 1, t)));
+        }
+        QCOMPARE(names(store.get()), QStringList{"Kept"});
+        QCOMPARE(m_fx.count(QStringLiteral("rules")) + m_fx.count(QStringLiteral("wmi_conditions")), 2);
+    }
+
     void failingCallLeavesNoHalfWrittenRule()
     {
         auto store = m_fx.open();
