@@ -169,6 +169,7 @@ bool SqlRuleStore::open(const StoreLocation &loc)
     if (!ok) {
         if (!m_lastError.contains(display))
             m_lastError = QStringLiteral("Cannot open %1: %2").arg(display, m_lastError);
+        m_lastError = loc.hidePassword(m_lastError);
         close();
         if (created) {
             QFile::remove(loc.path);
@@ -205,7 +206,7 @@ Reply SqlRuleStore::call(const QString &methodName, const ArgList &args)
         m_lastError.clear();
         return reply;
     } catch (const Refusal &r) {
-        m_lastError = QStringLiteral("%1: %2").arg(methodName, r.message);
+        m_lastError = m_location.hidePassword(QStringLiteral("%1: %2").arg(methodName, r.message));
         qCInfo(lcStore, "%s", qUtf8Printable(m_lastError));
         return Reply::fail(r.status);
     } catch (const std::bad_alloc &) {
@@ -265,7 +266,7 @@ qint32 SqlRuleStore::addRuleUsage(qint16 userCategory, const QString &userId, qi
         m_lastError.clear();
         return status::Ok;
     } catch (const Refusal &r) {
-        m_lastError = r.message;
+        m_lastError = m_location.hidePassword(r.message);
         return r.status;
     } catch (...) {
         m_lastError = QStringLiteral("unexpected failure");
