@@ -12,6 +12,7 @@
 #include <QFileInfo>
 #include <QLoggingCategory>
 #include <QSqlError>
+#include <QUrl>
 
 #include <new>
 
@@ -80,6 +81,36 @@ bool SqlRuleStore::open(const QString &location)
     return open(loc);
 }
 
+namespace {
+
+// What opening the SQLite file `loc` will do: refuses what cannot be a store, says whether the
+// file is new and whether this user may write it.
+QString checkSqliteFile(const StoreLocation &loc, bool *created, bool *readOnly)
+{
+    const QString display = loc.displayText();
+    const QFileInfo file(loc.path);
+    if (file.isDir())
+        return QStringLiteral("%1 is a folder, not a rule store file.").arg(display);
+    if (file.exists() && !file.isReadable())
+        return QStringLiteral("%1 cannot be read: permission denied.").arg(display);
+    if (file.exists()) {
+        // The write-ahead log lives beside the file, so writing needs the folder as well.
+        *readOnly = !file.isWritable() || !QFileInfo(file.absolutePath()).isWritable();
+        return {};
+    }
+    // Only the default store gets its folder made; a path the user typed must point into a
+    // folder that exists, so that a typo creates nothing.
+    if (loc.path == QFileInfo(StoreLocation::defaultPath()).absoluteFilePath())
+        QDir().mkpath(file.absolutePath());
+    if (!file.absoluteDir().exists())
+        return QStringLiteral("Cannot create %1: the folder %2 does not exist.")
+            .arg(display, QDir::toNativeSeparators(file.absolutePath()));
+    *created = true;
+    return {};
+}
+
+} // namespace
+
 bool SqlRuleStore::open(const StoreLocation &loc)
 {
     close();
@@ -88,30 +119,11 @@ bool SqlRuleStore::open(const StoreLocation &loc)
     const QString display = loc.displayText();
     const bool sqlite = loc.kind == StoreLocation::Kind::SQLite;
     bool created = false;
-
+    d->db.readOnly = false;
     if (sqlite) {
-        const QFileInfo file(loc.path);
-        if (file.isDir()) {
-            m_lastError = QStringLiteral("%1 is a folder, not a rule store file.").arg(display);
+        m_lastError = checkSqliteFile(loc, &created, &d->db.readOnly);
+        if (!m_lastError.isEmpty())
             return false;
-        }
-        if (file.exists() && !file.isReadable()) {
-            m_lastError = QStringLiteral("%1 cannot be read: permission denied.").arg(display);
-            return false;
-        }
-        if (!file.exists()) {
-            // Only the default store gets its folder made; a path the user typed must point
-            // into a folder that exists, so that a typo creates nothing.
-            const bool isDefault = loc.path == QFileInfo(StoreLocation::defaultPath()).absoluteFilePath();
-            if (isDefault)
-                QDir().mkpath(file.absolutePath());
-            if (!file.absoluteDir().exists()) {
-                m_lastError = QStringLiteral("Cannot create %1: the folder %2 does not exist.")
-                                  .arg(display, QDir::toNativeSeparators(file.absolutePath()));
-                return false;
-            }
-            created = true;
-        }
     }
 
     const QString driver = sqlite ? QStringLiteral("QSQLITE") : QStringLiteral("QPSQL");
@@ -126,9 +138,19 @@ bool SqlRuleStore::open(const StoreLocation &loc)
     try {
         {
             QSqlDatabase db = QSqlDatabase::addDatabase(driver, d->db.connection);
-            if (sqlite) {
+            if (sqlite && !d->db.readOnly) {
                 db.setDatabaseName(loc.path);
                 db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=10000"));
+            } else if (sqlite) {
+                // Reading a file with a write-ahead log takes a shared-memory file beside it. In a
+                // folder this user cannot write, and with no console writing it now (which would
+                // have made that file), the store is read as a file that nobody changes.
+                const bool still = !QFileInfo(QFileInfo(loc.path).absolutePath()).isWritable()
+                    && !QFile::exists(loc.path + QStringLiteral("-shm"));
+                db.setDatabaseName(still ? QUrl::fromLocalFile(loc.path).toString() + QStringLiteral("?immutable=1")
+                                         : loc.path);
+                db.setConnectOptions(still ? QStringLiteral("QSQLITE_OPEN_READONLY;QSQLITE_OPEN_URI")
+                                           : QStringLiteral("QSQLITE_BUSY_TIMEOUT=10000;QSQLITE_OPEN_READONLY"));
             } else {
                 db.setHostName(loc.host);
                 db.setPort(loc.port);
@@ -146,12 +168,21 @@ bool SqlRuleStore::open(const StoreLocation &loc)
             if (!probe.exec(QStringLiteral("SELECT COUNT(*) FROM sqlite_master")))
                 refuse(status::Fail, QStringLiteral("%1 is not a readable SQLite database: %2")
                                          .arg(display, probe.lastError().text()));
+            probe.finish();
+            // A damaged page reads as missing rows, not as an error: the file is checked before
+            // anything is read from it or written to it.
+            const QString damage = created ? QString() : store::damage(d->db);
+            if (!damage.isEmpty())
+                refuse(status::Fail, QStringLiteral("%1 is damaged (%2). Nothing was changed. Put back a copy "
+                                                    "of the file from a backup; the rule history is kept in "
+                                                    "the same file and cannot help here.")
+                                         .arg(display, damage));
         } else {
             d->db.schema = loc.schema;
             d->db.setUpSession();
         }
         m_created = store::prepareSchema(d->db, display);
-        if (sqlite) {
+        if (sqlite && !d->db.readOnly) {
             // Only now that the file is known to be ours: with a write-ahead log a call commits
             // without waiting for the disk, and readers no longer wait for a writer. Where the
             // file system cannot do it, the store stays with the rollback journal.
@@ -182,6 +213,11 @@ bool SqlRuleStore::open(const StoreLocation &loc)
     return true;
 }
 
+bool SqlRuleStore::isReadOnly() const
+{
+    return d->db.readOnly;
+}
+
 Reply SqlRuleStore::call(const QString &methodName, const ArgList &args)
 {
     try {
@@ -200,6 +236,8 @@ Reply SqlRuleStore::call(const QString &methodName, const ArgList &args)
         store::checkStorable(args);
         if (!d->open)
             refuse(status::Fail, QStringLiteral("the rule store is not open"));
+        if (m->writes)
+            refuseIfReadOnly();
         store::Transaction tx(d->db, m->writes);
         Reply reply = (d->methods.*(m->answer))(args);
         tx.commit();
@@ -216,6 +254,13 @@ Reply SqlRuleStore::call(const QString &methodName, const ArgList &args)
         m_lastError = QStringLiteral("%1: unexpected failure").arg(methodName);
         return Reply::fail(status::Exception);
     }
+}
+
+void SqlRuleStore::refuseIfReadOnly() const
+{
+    if (d->db.readOnly)
+        refuse(status::Fail, QStringLiteral("%1 is open read-only: this user may not change it")
+                                 .arg(m_location.displayText()));
 }
 
 bool SqlRuleStore::isEmpty()
@@ -247,6 +292,7 @@ qint32 SqlRuleStore::addRuleUsage(qint16 userCategory, const QString &userId, qi
         const qint16 usedCat = store::categoryArg(args, 3);
         if (!d->open)
             refuse(status::Fail, QStringLiteral("the rule store is not open"));
+        refuseIfReadOnly();
         store::Transaction tx(d->db, true);
         const QVariant userName =
             d->db.value("SELECT rule_name FROM rules WHERE category = ? AND rule_id = ?", {int(userCat), id});

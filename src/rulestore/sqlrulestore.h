@@ -34,6 +34,9 @@ public:
     void close();
     bool isOpen() const;
     const StoreLocation &location() const { return m_location; }
+    // True when this user may only read the store (a SQLite file or folder without write
+    // permission, a read-only PostgreSQL session or role). Every call that would write fails.
+    bool isReadOnly() const;
     // True when the last open() laid the tables out, i.e. the store is brand new.
     bool createdOnOpen() const { return m_created; }
 
@@ -52,6 +55,8 @@ public:
                         const QString &usedName);
 
 private:
+    void refuseIfReadOnly() const;
+
     struct Impl;
     std::unique_ptr<Impl> d;
     StoreLocation m_location;

@@ -15,6 +15,7 @@ class StoreDb
 public:
     QString connection;
     bool sqlite = true;
+    bool readOnly = false;
     bool inTransaction = false;
     QString schema; // PostgreSQL: the schema every session works in
 

@@ -4,6 +4,8 @@
 #include "rulestore/storedb.h"
 #include "rulestore/storeerror.h"
 
+#include <QSqlError>
+
 #include <algorithm>
 
 namespace qarvo::store {
@@ -97,12 +99,18 @@ QStringList layoutStatements(int layout, bool sqlite)
 
 bool prepareSchema(StoreDb &db, const QString &display)
 {
-    Transaction tx(db, true);
+    if (!db.sqlite && db.value("SELECT current_setting('transaction_read_only')").toString() == QLatin1String("on"))
+        db.readOnly = true;
+    Transaction tx(db, !db.readOnly);
     if (!db.sqlite) {
         // Two consoles opening a fresh database at once create the tables once.
         db.exec("SELECT pg_advisory_xact_lock(7235406)");
-        if (!db.schema.isEmpty())
-            db.plain(QStringLiteral("CREATE SCHEMA IF NOT EXISTS %1").arg(db.schema));
+        if (!db.schema.isEmpty() && !db.exists("SELECT 1 FROM pg_namespace WHERE nspname = ?", {db.schema})) {
+            if (db.readOnly)
+                refuse(status::Fail, QStringLiteral("%1 has no schema %2, and this session may not create it.")
+                                         .arg(display, db.schema));
+            db.plain(QStringLiteral("CREATE SCHEMA %1").arg(db.schema));
+        }
     }
     const QStringList tables = existingTables(db);
     int version = 0;
@@ -126,9 +134,18 @@ bool prepareSchema(StoreDb &db, const QString &display)
                    QStringLiteral("%1 is not a qarvo rule store: it already holds other tables.").arg(display));
     }
     if (version == LatestLayout) {
+        // A role that may read but not write the tables is a read-only store as well.
+        if (!db.sqlite && !db.readOnly && !db.value("SELECT has_table_privilege('rules', 'INSERT')").toBool())
+            db.readOnly = true;
         tx.commit();
         return false;
     }
+    if (db.readOnly)
+        refuse(status::Fail, version == 0
+                   ? QStringLiteral("%1 holds no rule store, and this user may not create one there.").arg(display)
+                   : QStringLiteral("%1 has the rule store layout %2, which must be brought up to date, and this "
+                                    "user may not write it. Open it once with write access.")
+                         .arg(display).arg(version));
     for (int layout = version + 1; layout <= LatestLayout; ++layout) {
         for (const QString &statement : layoutStatements(layout, db.sqlite))
             db.plain(statement);
@@ -139,6 +156,19 @@ bool prepareSchema(StoreDb &db, const QString &display)
         db.exec("UPDATE schema_version SET version = ?", {LatestLayout});
     tx.commit();
     return version == 0;
+}
+
+QString damage(StoreDb &db)
+{
+    QSqlQuery q(db.db());
+    if (!q.exec(QStringLiteral("PRAGMA quick_check")))
+        return q.lastError().text();
+    QStringList problems;
+    while (q.next() && problems.size() < 3)
+        problems.append(q.value(0).toString().simplified());
+    if (problems == QStringList{QStringLiteral("ok")})
+        return {};
+    return problems.join(QLatin1String("; "));
 }
 
 } // namespace qarvo::store

@@ -21,6 +21,11 @@ QARVO_RULESTORE_EXPORT QStringList layoutStatements(int layout, bool sqlite);
 
 // Lays out a new store or brings an older one to LatestLayout, all in one transaction. Returns
 // true when the tables were created. Refuses a newer layout and a database of another program.
+// A store that db.readOnly marks (or that turns out read-only on PostgreSQL) is only checked:
+// one that would need changes is refused.
 bool prepareSchema(StoreDb &db, const QString &display);
+
+// SQLite: what the quick check of every page finds wrong, or an empty string for a sound file.
+QString damage(StoreDb &db);
 
 } // namespace qarvo::store
