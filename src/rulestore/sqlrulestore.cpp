@@ -3,7 +3,10 @@
 #include "dataservice/calls.h"
 #include "rulestore/storedb.h"
 #include "rulestore/storeerror.h"
+#include "rulestore/storehistory.h"
 #include "rulestore/storemethods.h"
+#include "rulestore/storereservations.h"
+#include "rulestore/storerules.h"
 #include "rulestore/storeschema.h"
 
 #include <QAtomicInteger>
@@ -13,6 +16,7 @@
 #include <QLoggingCategory>
 #include <QSqlError>
 #include <QUrl>
+#include <QUuid>
 
 #include <new>
 
@@ -59,6 +63,15 @@ void SqlRuleStore::close()
 {
     if (d->db.connection.isEmpty())
         return;
+    if (d->open && !d->db.readOnly) {
+        // What this console reserved is free for the others at once, not only when it runs out.
+        try {
+            store::Transaction tx(d->db, true);
+            store::releaseAll(d->db);
+            tx.commit();
+        } catch (...) {
+        }
+    }
     {
         QSqlDatabase db = d->db.db();
         if (db.isValid())
@@ -134,6 +147,7 @@ bool SqlRuleStore::open(const StoreLocation &loc)
     }
     d->db.connection = nextConnectionName();
     d->db.sqlite = sqlite;
+    d->db.owner = QUuid::createUuid().toString(QUuid::WithoutBraces);
     bool ok = false;
     try {
         {
@@ -182,6 +196,12 @@ bool SqlRuleStore::open(const StoreLocation &loc)
             d->db.setUpSession();
         }
         m_created = store::prepareSchema(d->db, display);
+        if (!d->db.readOnly && !m_created) {
+            store::Transaction tx(d->db, true);
+            if (const int days = store::retentionDays(d->db); days > 0)
+                store::purgeHistory(d->db, days);
+            tx.commit();
+        }
         if (sqlite && !d->db.readOnly) {
             // Only now that the file is known to be ours: with a write-ahead log a call commits
             // without waiting for the disk, and readers no longer wait for a writer. Where the
@@ -236,14 +256,19 @@ Reply SqlRuleStore::call(const QString &methodName, const ArgList &args)
         store::checkStorable(args);
         if (!d->open)
             refuse(status::Fail, QStringLiteral("the rule store is not open"));
-        if (m->writes)
+        using Access = store::Methods::Access;
+        if (m->access == Access::Write)
             refuseIfReadOnly();
-        store::Transaction tx(d->db, m->writes);
+        store::Transaction tx(d->db, m->access != Access::Read && !d->db.readOnly);
         Reply reply = (d->methods.*(m->answer))(args);
         tx.commit();
+        // Outside the transaction: a console that waits holds no lock.
+        if (const std::optional<qint64> second = d->methods.takePace())
+            store::waitForNextSecond(*second);
         m_lastError.clear();
         return reply;
     } catch (const Refusal &r) {
+        d->methods.takePace();
         m_lastError = m_location.hidePassword(QStringLiteral("%1: %2").arg(methodName, r.message));
         qCInfo(lcStore, "%s", qUtf8Printable(m_lastError));
         return Reply::fail(r.status);
@@ -280,20 +305,41 @@ bool SqlRuleStore::isEmpty()
     }
 }
 
+template<typename F>
+qint32 SqlRuleStore::transact(bool writes, F &&work)
+{
+    try {
+        if (!d->open)
+            refuse(status::Fail, QStringLiteral("the rule store is not open"));
+        if (writes)
+            refuseIfReadOnly();
+        store::Transaction tx(d->db, writes);
+        work();
+        tx.commit();
+        m_lastError.clear();
+        return status::Ok;
+    } catch (const Refusal &r) {
+        m_lastError = m_location.hidePassword(r.message);
+        return r.status;
+    } catch (const std::bad_alloc &) {
+        m_lastError = QStringLiteral("out of memory");
+        return status::OutOfMemory;
+    } catch (...) {
+        m_lastError = QStringLiteral("unexpected failure");
+        return status::Exception;
+    }
+}
+
 qint32 SqlRuleStore::addRuleUsage(qint16 userCategory, const QString &userId, qint16 usedCategory,
                                   const QString &usedName)
 {
-    try {
-        const ArgList args = {userId, userCategory, usedName, usedCategory};
+    const ArgList args = {userId, userCategory, usedName, usedCategory};
+    return transact(true, [&] {
         store::checkStorable(args);
         const int id = store::ruleIdArg(args, 0);
         const qint16 userCat = store::categoryArg(args, 1);
         const QString name = store::ruleNameArg(args, 2);
         const qint16 usedCat = store::categoryArg(args, 3);
-        if (!d->open)
-            refuse(status::Fail, QStringLiteral("the rule store is not open"));
-        refuseIfReadOnly();
-        store::Transaction tx(d->db, true);
         const QVariant userName =
             d->db.value("SELECT rule_name FROM rules WHERE category = ? AND rule_id = ?", {int(userCat), id});
         if (!userName.isValid())
@@ -308,16 +354,78 @@ qint32 SqlRuleStore::addRuleUsage(qint16 userCategory, const QString &userId, qi
             d->db.exec("INSERT INTO rule_usage (user_category, user_id, used_category, used_name)"
                        " VALUES (?, ?, ?, ?)",
                        {int(userCat), id, int(usedCat), name});
-        tx.commit();
-        m_lastError.clear();
-        return status::Ok;
-    } catch (const Refusal &r) {
-        m_lastError = m_location.hidePassword(r.message);
-        return r.status;
-    } catch (...) {
-        m_lastError = QStringLiteral("unexpected failure");
-        return status::Exception;
+    });
+}
+
+std::optional<RuleSnapshot> SqlRuleStore::rule(qint16 category, const QString &ruleId)
+{
+    std::optional<RuleSnapshot> out;
+    transact(false, [&] {
+        const ArgList args{ruleId, category};
+        out = store::readRule(d->db, store::categoryArg(args, 1), store::ruleIdArg(args, 0));
+    });
+    return out;
+}
+
+std::optional<QList<HistoryEntry>> SqlRuleStore::history()
+{
+    std::optional<QList<HistoryEntry>> out;
+    transact(false, [&] { out = store::listHistory(d->db); });
+    return out;
+}
+
+std::optional<RuleSnapshot> SqlRuleStore::historyVersion(qint64 version)
+{
+    std::optional<RuleSnapshot> out;
+    transact(false, [&] { out = store::versionContent(d->db, version); });
+    return out;
+}
+
+RestoreResult SqlRuleStore::restoreVersion(qint64 version, RestoreId idChoice, const QString &newName)
+{
+    RestoreResult out;
+    // A restore that does not happen writes nothing, the history entry of a replaced rule included.
+    const qint32 s = transact(true, [&] {
+        out = store::restoreVersion(d->db, version, idChoice, newName);
+        if (!out.restored())
+            refuse(status::Ok, out.message);
+    });
+    if (failed(s)) {
+        out.outcome = RestoreResult::Outcome::Failed;
+        out.message = m_lastError;
     }
+    return out;
+}
+
+RestoreResult SqlRuleStore::restoreLastDeleted(const QString &newName)
+{
+    qint64 version = 0;
+    transact(false, [&] { version = store::lastDeletedVersion(d->db); });
+    if (version == 0) {
+        RestoreResult out;
+        out.message = m_lastError.isEmpty() ? QStringLiteral("There is no deleted rule in the history.") : m_lastError;
+        return out;
+    }
+    return restoreVersion(version, RestoreId::NewIfHeld, newName);
+}
+
+int SqlRuleStore::purgeHistory(int days)
+{
+    int removed = -1;
+    transact(true, [&] { removed = store::purgeHistory(d->db, std::max(days, 0)); });
+    return removed;
+}
+
+int SqlRuleStore::historyRetentionDays()
+{
+    int days = -1;
+    transact(false, [&] { days = store::retentionDays(d->db); });
+    return days;
+}
+
+bool SqlRuleStore::setHistoryRetentionDays(int days)
+{
+    return !failed(transact(true, [&] { store::setRetentionDays(d->db, std::max(days, 0)); }));
 }
 
 } // namespace qarvo

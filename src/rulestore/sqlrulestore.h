@@ -5,22 +5,27 @@
 
 #include "dataservice/dataservice.h"
 #include "rulestore/rulestore_export.h"
+#include "rulestore/rulehistory.h"
+#include "rulestore/rulesnapshot.h"
 #include "rulestore/storelocation.h"
 
+#include <QList>
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 namespace qarvo {
 
 // A store belongs to the thread that opened it, like the database connection under it. Several
-// stores, in one process or in many, may share one database; keys and constraints, not timing,
-// decide which of two competing writes wins.
+// stores, in one process or in many, may share one database; keys, constraints and reservations
+// of the ids and names a save is about to store, not timing, decide which of two competing writes
+// wins. Nothing is ever lost: every rule deleted, renamed or replaced stays in the history.
 class QARVO_RULESTORE_EXPORT SqlRuleStore : public DataService
 {
 public:
     // Current layout of the tables; stored in schema_version for later migrations.
-    static constexpr int SchemaVersion = 1;
+    static constexpr int SchemaVersion = 2;
 
     SqlRuleStore();
     ~SqlRuleStore() override;
@@ -54,8 +59,31 @@ public:
     qint32 addRuleUsage(qint16 userCategory, const QString &userId, qint16 usedCategory,
                         const QString &usedName);
 
+    // The whole rule stored under `ruleId` (isEmpty() when nothing is); nothing when it cannot
+    // be read, and lastError() says why.
+    std::optional<RuleSnapshot> rule(qint16 category, const QString &ruleId);
+
+    // The earlier versions of rules, newest first.
+    std::optional<QList<HistoryEntry>> history();
+    std::optional<RuleSnapshot> historyVersion(qint64 version);
+    // Brings a version back as a rule, under its old name unless `newName` is given.
+    RestoreResult restoreVersion(qint64 version, RestoreId idChoice, const QString &newName = {});
+    // Undoes the last delete from the list: the newest deleted version, under its old id when
+    // that is free (a drawn one otherwise) and its old name unless `newName` is given.
+    RestoreResult restoreLastDeleted(const QString &newName = {});
+    // Removes the versions older than `days` days (0: all of them). Answers how many went, or
+    // -1 when it failed.
+    int purgeHistory(int days);
+    // How many days the history keeps a version, shared by every console of the store; 0 keeps
+    // them for ever (the default). Older versions go whenever a console opens the store.
+    int historyRetentionDays();
+    bool setHistoryRetentionDays(int days);
+
 private:
     void refuseIfReadOnly() const;
+    // Runs `work` in one transaction; failures end up in lastError() and the status answered.
+    template<typename F>
+    qint32 transact(bool writes, F &&work);
 
     struct Impl;
     std::unique_ptr<Impl> d;

@@ -80,6 +80,13 @@ QVariant StoreDb::value(const char *sql, const QVariantList &values)
     return v;
 }
 
+qint64 StoreDb::now()
+{
+    return value(sqlite ? "SELECT CAST((julianday('now') - 2440587.5) * 86400000.0 AS INTEGER)"
+                        : "SELECT CAST(EXTRACT(EPOCH FROM clock_timestamp()) * 1000 AS BIGINT)")
+        .toLongLong();
+}
+
 void StoreDb::setUpSession()
 {
     plain(QStringLiteral("SET client_min_messages TO warning"));

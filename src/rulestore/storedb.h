@@ -18,6 +18,7 @@ public:
     bool readOnly = false;
     bool inTransaction = false;
     QString schema; // PostgreSQL: the schema every session works in
+    QString owner;  // this connection's mark on the ids and names it reserves
 
     QSqlDatabase db() const { return QSqlDatabase::database(connection, false); }
 
@@ -32,6 +33,9 @@ public:
     bool exists(const char *sql, const QVariantList &values);
     // The first value of the first row, or an invalid QVariant when there is no row.
     QVariant value(const char *sql, const QVariantList &values = {});
+
+    // Milliseconds since the epoch by the database's clock, which every console shares.
+    qint64 now();
 
     // Settings that belong to one PostgreSQL session, made again for every new one.
     void setUpSession();

@@ -4,8 +4,12 @@
 #include "dataservice/recordsizes.h"
 #include "rulestore/storedb.h"
 #include "rulestore/storeerror.h"
+#include "rulestore/storehistory.h"
+#include "rulestore/storereservations.h"
+#include "rulestore/storerules.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace qarvo::store {
 
@@ -87,23 +91,25 @@ QList<ListedRule> listRules(StoreDb &db, qint16 category)
 const Methods::Entry *Methods::find(const QString &name)
 {
     static const QList<Entry> entries = {
-        {method::GetWMIRules, {K::Slot}, &Methods::getWMIRules, false},
-        {method::GetRQCRule, {K::Slot}, &Methods::getRQCRule, false},
-        {method::GetWMIRuleInfo, {K::Text, K::Slot}, &Methods::getWMIRuleInfo, false},
-        {method::GetRQCRuleInfo, {K::Text, K::Slot}, &Methods::getRQCRuleInfo, false},
-        {method::GetRQCRuleScriptInfo, {K::Text, K::Slot}, &Methods::getRQCRuleScriptInfo, false},
-        {method::RulesUsedExRule, {K::Text, K::Short, K::Slot}, &Methods::rulesUsedExRule, false},
-        {method::CanUseID, {K::Text, K::Short}, &Methods::canUseID, false},
-        {method::CanUseExRuleName, {K::Text, K::Short}, &Methods::canUseExRuleName, false},
-        {method::UpdateExRuleNameInRule, {K::Text, K::Text, K::Short}, &Methods::updateExRuleNameInRule, true},
-        {method::DelWMIRule, {K::Text, K::Short}, &Methods::delWMIRule, true},
-        {method::DelRQCRule, {K::Text, K::Short}, &Methods::delRQCRule, true},
+        {method::GetWMIRules, {K::Slot}, &Methods::getWMIRules, Access::Read},
+        {method::GetRQCRule, {K::Slot}, &Methods::getRQCRule, Access::Read},
+        {method::GetWMIRuleInfo, {K::Text, K::Slot}, &Methods::getWMIRuleInfo, Access::Read},
+        {method::GetRQCRuleInfo, {K::Text, K::Slot}, &Methods::getRQCRuleInfo, Access::Read},
+        {method::GetRQCRuleScriptInfo, {K::Text, K::Slot}, &Methods::getRQCRuleScriptInfo, Access::Read},
+        {method::RulesUsedExRule, {K::Text, K::Short, K::Slot}, &Methods::rulesUsedExRule, Access::Read},
+        {method::CanUseID, {K::Text, K::Short}, &Methods::canUseID, Access::Reserve},
+        {method::CanUseExRuleName, {K::Text, K::Short}, &Methods::canUseExRuleName, Access::Reserve},
+        {method::UpdateExRuleNameInRule, {K::Text, K::Text, K::Short}, &Methods::updateExRuleNameInRule,
+         Access::Write},
+        {method::DelWMIRule, {K::Text, K::Short}, &Methods::delWMIRule, Access::Write},
+        {method::DelRQCRule, {K::Text, K::Short}, &Methods::delRQCRule, Access::Write},
         {method::AddWMIRule,
          {K::Text, K::Text, K::Text, K::Short, K::Short, K::Short, K::Text, K::Text, K::Text, K::Text, K::Short,
           K::Text, K::Text, K::Short},
-         &Methods::addWMIRule, true},
-        {method::AddRQCScript, {K::Text, K::Short, K::Text, K::Text, K::Text, K::Short}, &Methods::addRQCScript, true},
-        {method::AddRQCRule, {K::Text, K::Text, K::Text, K::Text, K::Text}, &Methods::addRQCRule, true},
+         &Methods::addWMIRule, Access::Write},
+        {method::AddRQCScript, {K::Text, K::Short, K::Text, K::Text, K::Text, K::Short}, 
+         &Methods::addRQCScript, Access::Write},
+        {method::AddRQCRule, {K::Text, K::Text, K::Text, K::Text, K::Text}, &Methods::addRQCRule, Access::Write},
     };
     const auto it = std::find_if(entries.cbegin(), entries.cend(),
                                  [&](const Entry &e) { return name == QLatin1String(e.name); });
@@ -203,33 +209,67 @@ Reply Methods::rulesUsedExRule(const ArgList &args)
 
 // --- checking ----------------------------------------------------------------------------------
 
-bool Methods::idTaken(qint16 cat, int id)
-{
-    // Rows left behind under an id (script entries stored before a rule that never came, uses
-    // kept across an edit) hold the id as much as a rule does.
-    if (m_db.exists("SELECT 1 FROM rules WHERE category = ? AND rule_id = ?", {int(cat), id}))
-        return true;
-    if (cat == category::NAQC && m_db.exists("SELECT 1 FROM naqc_scripts WHERE rule_id = ?", {id}))
-        return true;
-    if (cat == category::WMI && m_db.exists("SELECT 1 FROM wmi_conditions WHERE rule_id = ?", {id}))
-        return true;
-    return m_db.exists("SELECT 1 FROM rule_usage WHERE user_category = ? AND user_id = ?", {int(cat), id});
-}
-
+// "Free" reserves what it answers for, so that another console is told "taken" until the save
+// it announces is over.
 Reply Methods::canUseID(const ArgList &args)
 {
+    const qint64 second = currentSecond();
     const int id = ruleIdArg(args, 0);
-    return yesNo(idTaken(categoryArg(args, 1), id));
+    const qint16 cat = categoryArg(args, 1);
+    bool taken = idInUse(m_db, cat, id);
+    if (!taken) {
+        const qint64 now = m_db.now();
+        taken = m_db.readOnly ? idHolder(m_db, cat, id, now) == Holder::Other
+                              : !claimId(m_db, cat, id, now, HoldMs);
+    }
+    // Asked again within this second, the same candidate gets the same answer: the control then
+    // hears it once the second is over, with a new candidate ready, instead of asking hundreds
+    // of times in a busy loop.
+    if (taken && drawnAgainIn(id, second))
+        m_paceSecond = second;
+    return yesNo(taken);
 }
 
 Reply Methods::canUseExRuleName(const ArgList &args)
 {
     const QString name = ruleNameArg(args, 0);
     const qint16 cat = categoryArg(args, 1);
-    return yesNo(m_db.exists("SELECT 1 FROM rules WHERE category = ? AND rule_name = ?", {int(cat), name}));
+    if (m_db.exists("SELECT 1 FROM rules WHERE category = ? AND rule_name = ?", {int(cat), name}))
+        return yesNo(true);
+    const qint64 now = m_db.now();
+    return yesNo(m_db.readOnly ? nameHolder(m_db, cat, name, now) == Holder::Other
+                               : !claimName(m_db, cat, name, now, HoldMs));
+}
+
+std::optional<qint64> Methods::takePace()
+{
+    return std::exchange(m_paceSecond, std::nullopt);
 }
 
 // --- writing -----------------------------------------------------------------------------------
+
+namespace {
+
+[[noreturn]] void refuseBusy(int id)
+{
+    refuse(status::Fail, QStringLiteral("rule id %1 is being stored by another console").arg(ruleIdText(id)));
+}
+
+void refuseReservedName(StoreDb &db, qint16 cat, const QString &name, qint64 now)
+{
+    if (nameHolder(db, cat, name, now) == Holder::Other)
+        refuse(status::Fail, QStringLiteral("the name \"%1\" is being stored by another console").arg(name));
+}
+
+// Script entries under an id that nobody reserves are what a save that stopped half-way left.
+void refuseStrays(StoreDb &db, Holder held, int id)
+{
+    if (held == Holder::Nobody && db.exists("SELECT 1 FROM naqc_scripts WHERE rule_id = ?", {id}))
+        refuse(status::Fail, QStringLiteral("rule id %1 holds the script entries of a save that did not finish")
+                                 .arg(ruleIdText(id)));
+}
+
+} // namespace
 
 Reply Methods::updateExRuleNameInRule(const ArgList &args)
 {
@@ -238,43 +278,54 @@ Reply Methods::updateExRuleNameInRule(const ArgList &args)
     const qint16 cat = categoryArg(args, 2);
     if (oldName == newName)
         return {};
+    const qint64 now = m_db.now();
+    const QVariant id = m_db.value("SELECT rule_id FROM rules WHERE category = ? AND rule_name = ?",
+                                   {int(cat), oldName});
+    if (id.isValid() && idHolder(m_db, cat, id.toInt(), now) == Holder::Other)
+        refuseBusy(id.toInt());
+    if (!claimName(m_db, cat, newName, now, HoldMs))
+        refuseReservedName(m_db, cat, newName, now);
+    if (id.isValid())
+        recordVersion(m_db, readRule(m_db, cat, id.toInt()), HistoryEvent::Renamed, newName, now);
     // The rule itself takes the new name at once, so that a sheet whose later steps fail leaves it
     // renamed rather than out of step with the references; a name that is taken fails on the
     // unique constraint and nothing changes.
     m_db.exec("UPDATE rules SET rule_name = ? WHERE category = ? AND rule_name = ?", {newName, int(cat), oldName});
     m_db.exec("UPDATE rule_usage SET used_name = ? WHERE used_category = ? AND used_name = ?",
               {newName, int(cat), oldName});
+    releaseName(m_db, cat, newName);
     return {};
 }
 
-Reply Methods::deleteRule(const ArgList &args, qint16 cat, const char *rowsTable)
+// What goes is kept in the history first. Mode 2 (the property sheet, about to store the rule
+// again under the same id) keeps the uses in both directions, and keeps the id and the name
+// for this connection until the rule is back.
+Reply Methods::deleteRule(const ArgList &args, qint16 cat)
 {
     const int id = ruleIdArg(args, 0);
-    const qint16 mode = deleteModeArg(args, 1);
-    const QString name =
-        m_db.value("SELECT rule_name FROM rules WHERE category = ? AND rule_id = ?", {int(cat), id}).toString();
-    m_db.exec(rowsTable, {id});
-    m_db.exec("DELETE FROM rules WHERE category = ? AND rule_id = ?", {int(cat), id});
-    if (mode == delmode::FromList) {
-        // Gone for good: its own uses go, and so do references that others still held to it (the
-        // list refuses the delete while there are any, so these are strays).
-        m_db.exec("DELETE FROM rule_usage WHERE user_category = ? AND user_id = ?", {int(cat), id});
-        if (!name.isEmpty())
-            m_db.exec("DELETE FROM rule_usage WHERE used_category = ? AND used_name = ?", {int(cat), name});
-    }
-    // Mode 2: the rule is stored again under the same id straight after; every use, in either
-    // direction, stays.
+    const bool storeAgain = deleteModeArg(args, 1) == delmode::BeforeStoreAgain;
+    const qint64 now = m_db.now();
+    if (!claimId(m_db, cat, id, now, HoldMs))
+        refuseBusy(id);
+    const RuleSnapshot old = readRule(m_db, cat, id);
+    if (!old.isEmpty())
+        recordVersion(m_db, old, storeAgain ? HistoryEvent::StoredAgain : HistoryEvent::Deleted, QString(), now);
+    removeRule(m_db, cat, id, old.name, storeAgain);
+    if (!storeAgain)
+        releaseId(m_db, cat, id);
+    else if (old.hasRule && !claimName(m_db, cat, old.name, now, HoldMs))
+        refuseReservedName(m_db, cat, old.name, now);
     return {};
 }
 
 Reply Methods::delWMIRule(const ArgList &args)
 {
-    return deleteRule(args, category::WMI, "DELETE FROM wmi_conditions WHERE rule_id = ?");
+    return deleteRule(args, category::WMI);
 }
 
 Reply Methods::delRQCRule(const ArgList &args)
 {
-    return deleteRule(args, category::NAQC, "DELETE FROM naqc_scripts WHERE rule_id = ?");
+    return deleteRule(args, category::NAQC);
 }
 
 Reply Methods::addWMIRule(const ArgList &args)
@@ -294,21 +345,30 @@ Reply Methods::addWMIRule(const ArgList &args)
     const QString type = boundedArg(args, 12, longest(recordsize::Type), "type");
     const qint16 typeCode = shortArg(args, 13);
 
+    const qint64 now = m_db.now();
+    const Holder held = idHolder(m_db, category::WMI, id, now);
     QSqlQuery q = m_db.exec("SELECT rule_name, rule_comment, rule_wql FROM rules WHERE category = 6 AND rule_id = ?",
                             {id});
     if (q.next()) {
-        // Later conditions must belong to the same rule: a second console that drew the same id
-        // must not add its rows to someone else's rule.
-        if (q.value(0).toString() != name || q.value(1).toString() != comment || q.value(2).toInt() != kind)
+        // Later conditions come from the connection that is storing the rule, with its name,
+        // comment and kind: a console that drew the same id adds nothing to someone else's rule.
+        if (held != Holder::Me || q.value(0).toString() != name || q.value(1).toString() != comment
+            || q.value(2).toInt() != kind)
             refuse(status::Fail, QStringLiteral("rule id %1 belongs to the rule \"%2\"")
                                      .arg(ruleIdText(id), q.value(0).toString()));
         q.finish();
     } else {
         q.finish();
+        if (held == Holder::Other)
+            refuseBusy(id);
+        refuseReservedName(m_db, category::WMI, name, now);
         m_db.exec("INSERT INTO rules (category, rule_id, rule_name, rule_comment, rule_wql,"
                   " service_name, script_selection) VALUES (6, ?, ?, ?, ?, '', '')",
                   {id, name, comment, int(kind)});
+        releaseName(m_db, category::WMI, name);
     }
+    if (!claimId(m_db, category::WMI, id, now, TailMs))
+        refuseBusy(id);
     m_db.exec("INSERT INTO wmi_conditions (rule_id, cond_index, conjunction, cond_class,"
               " cond_field, cond_value, cond_operator, operator_code, cond_namespace, cond_type,"
               " type_code) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
@@ -324,6 +384,17 @@ Reply Methods::addRQCScript(const ArgList &args)
     const QString action = boundedArg(args, 3, longest(recordsize::ActionType), "action type");
     const QString comment = boundedArg(args, 4, longest(recordsize::Comment), "comment");
     const qint16 selected = shortArg(args, 5);
+    const qint64 now = m_db.now();
+    const QVariant owner = m_db.value("SELECT rule_name FROM rules WHERE category = 5 AND rule_id = ?", {id});
+    if (owner.isValid())
+        refuse(status::Fail,
+               QStringLiteral("rule id %1 belongs to the rule \"%2\"").arg(ruleIdText(id), owner.toString()));
+    const Holder held = idHolder(m_db, category::NAQC, id, now);
+    if (held == Holder::Other)
+        refuseBusy(id);
+    refuseStrays(m_db, held, id);
+    if (!claimId(m_db, category::NAQC, id, now, HoldMs))
+        refuseBusy(id);
     m_db.exec("INSERT INTO naqc_scripts (rule_id, entry_no, script_file, action_type,"
               " script_comment, selected) VALUES (?, ?, ?, ?, ?, ?)",
               {id, int(entry), file, action, comment, int(selected)});
@@ -337,9 +408,18 @@ Reply Methods::addRQCRule(const ArgList &args)
     const QString service = boundedArg(args, 2, longest(recordsize::ServiceName), "service name");
     const QString comment = boundedArg(args, 3, longest(recordsize::Comment), "comment");
     const QString selection = textArg(args, 4);
+    const qint64 now = m_db.now();
+    const Holder held = idHolder(m_db, category::NAQC, id, now);
+    if (held == Holder::Other)
+        refuseBusy(id);
+    refuseStrays(m_db, held, id);
+    refuseReservedName(m_db, category::NAQC, name, now);
     m_db.exec("INSERT INTO rules (category, rule_id, rule_name, rule_comment, rule_wql,"
               " service_name, script_selection) VALUES (5, ?, ?, ?, 0, ?, ?)",
               {id, name, comment, service, selection});
+    // The rule is whole: its row holds the id and the name from now on.
+    releaseId(m_db, category::NAQC, id);
+    releaseName(m_db, category::NAQC, name);
     return {};
 }
 

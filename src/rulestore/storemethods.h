@@ -7,6 +7,8 @@
 
 #include <QList>
 
+#include <optional>
+
 namespace qarvo::store {
 
 class StoreDb;
@@ -16,12 +18,14 @@ class Methods
 public:
     explicit Methods(StoreDb &db) : m_db(db) {}
 
+    // Reserve: a check that reserves what it answers free for; on a read-only store it only reads.
+    enum class Access { Read, Reserve, Write };
     struct Entry
     {
         const char *name;
         QList<ArgKind> kinds;
         Reply (Methods::*answer)(const ArgList &);
-        bool writes;
+        Access access;
     };
     // The catalogue, looked up by exact method name; null for a name the store does not know.
     static const Entry *find(const QString &name);
@@ -41,11 +45,14 @@ public:
     Reply addRQCScript(const ArgList &args);
     Reply addRQCRule(const ArgList &args);
 
+    // The second whose end the last answer is to wait for, once its transaction is over.
+    std::optional<qint64> takePace();
+
 private:
-    bool idTaken(qint16 category, int id);
-    Reply deleteRule(const ArgList &args, qint16 category, const char *rowsTable);
+    Reply deleteRule(const ArgList &args, qint16 category);
 
     StoreDb &m_db;
+    std::optional<qint64> m_paceSecond;
 };
 
 } // namespace qarvo::store

@@ -13,7 +13,7 @@ namespace qarvo::store {
 
 class StoreDb;
 
-inline constexpr int LatestLayout = 1;
+inline constexpr int LatestLayout = 2;
 
 // The statements that bring a store of layout `layout - 1` to `layout` (layout 1: the first
 // tables of an empty database).
