@@ -352,7 +352,10 @@ Reply Methods::addWMIRule(const ArgList &args)
     if (q.next()) {
         // Later conditions come from the connection that is storing the rule, with its name,
         // comment and kind: a console that drew the same id adds nothing to someone else's rule.
-        if (held != Holder::Me || q.value(0).toString() != name || q.value(1).toString() != comment
+        // The rule's maker goes on even if a stall outlasted its reservation, unless another
+        // connection has taken the id since.
+        const bool maker = held == Holder::Me || (held == Holder::Nobody && m_madeWmiRule == id);
+        if (!maker || q.value(0).toString() != name || q.value(1).toString() != comment
             || q.value(2).toInt() != kind)
             refuse(status::Fail, QStringLiteral("rule id %1 belongs to the rule \"%2\"")
                                      .arg(ruleIdText(id), q.value(0).toString()));
@@ -366,6 +369,7 @@ Reply Methods::addWMIRule(const ArgList &args)
                   " service_name, script_selection) VALUES (6, ?, ?, ?, ?, '', '')",
                   {id, name, comment, int(kind)});
         releaseName(m_db, category::WMI, name);
+        m_madeWmiRule = id;
     }
     if (!claimId(m_db, category::WMI, id, now, TailMs))
         refuseBusy(id);

@@ -53,6 +53,7 @@ private:
 
     StoreDb &m_db;
     std::optional<qint64> m_paceSecond;
+    int m_madeWmiRule = -1; // the WMI rule whose row this connection made last
 };
 
 } // namespace qarvo::store
