@@ -1,6 +1,7 @@
 #include "console/consoleapp.h"
 
 #include "console/consolewindow.h"
+#include "console/historytext.h"
 #include "console/sampledata.h"
 #include "dataservice/calls.h"
 #include "resources/ui.h"
@@ -55,10 +56,15 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
         QStringLiteral("screenshot"),
         QStringLiteral("Render the window offscreen into the PNG file and exit."),
         QStringLiteral("file"));
+    const QCommandLineOption history(
+        QStringLiteral("history"),
+        QStringLiteral("Print the earlier versions of rules that the store keeps, one a line (time, category, "
+                       "id, name, what happened), and exit."));
     parser.addOption(help);
     parser.addOption(database);
     parser.addOption(view);
     parser.addOption(screenshot);
+    parser.addOption(history);
 
     if (!parser.parse(arguments)) {
         *message = parser.errorText();
@@ -78,6 +84,7 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
     }
     Options o;
     o.database = parser.value(database);
+    o.history = parser.isSet(history);
     if (parser.isSet(view)) {
         const QString v = parser.value(view).toLower();
         if (v == QLatin1String("wmi"))
@@ -129,6 +136,29 @@ bool prepareEnvironment(const Options &options)
     }
 #endif
     return true;
+}
+
+int printHistory(const Options &options)
+{
+    // Looking at a store never creates one.
+    StoreLocation location;
+    StoreLocation::parse(options.database, &location, nullptr);
+    if (location.kind == StoreLocation::Kind::SQLite && !QFileInfo::exists(location.path)) {
+        printErr(QStringLiteral("qarvo-console: %1 does not exist.").arg(location.displayText()));
+        return 1;
+    }
+    SqlRuleStore store;
+    std::optional<QList<HistoryEntry>> history;
+    if (store.open(location))
+        history = store.history();
+    if (!history) {
+        printErr(QStringLiteral("qarvo-console: %1").arg(store.lastError()));
+        return 1;
+    }
+    for (const HistoryEntry &entry : *history)
+        std::printf("%s\n", qUtf8Printable(historyLine(entry)));
+    std::fflush(stdout);
+    return 0;
 }
 
 int run(const Options &options)

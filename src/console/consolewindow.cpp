@@ -1,5 +1,6 @@
 #include "console/consolewindow.h"
 
+#include "console/historydialog.h"
 #include "console/usagedialog.h"
 #include "control/qarvoctrl.h"
 #include "control/sheets.h"
@@ -127,6 +128,9 @@ void ConsoleWindow::createActions()
                               QStringLiteral("actionAddRuleReference"),
                               QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R),
                               QStringLiteral("Record that one rule uses another"));
+    QAction *history = make(QStringLiteral("Rule &History\u2026"), QStringLiteral("actionRuleHistory"),
+                            QKeySequence(Qt::CTRL | Qt::Key_H),
+                            QStringLiteral("Look at earlier versions of rules and bring one back"));
     QAction *refresh = make(QStringLiteral("&Refresh"), QStringLiteral("actionRefresh"),
                             QKeySequence(QKeySequence::Refresh),
                             QStringLiteral("Load the rule list again from the rule store"),
@@ -152,6 +156,7 @@ void ConsoleWindow::createActions()
     connect(newWql, &QAction::triggered, this, &ConsoleWindow::newWQLRule);
     connect(newNaqc, &QAction::triggered, this, &ConsoleWindow::newNAQCRule);
     connect(reference, &QAction::triggered, this, &ConsoleWindow::addRuleReference);
+    connect(history, &QAction::triggered, this, &ConsoleWindow::showHistory);
     connect(refresh, &QAction::triggered, this, &ConsoleWindow::refresh);
     connect(m_naqcView, &QAction::triggered, this, [this] { showView(category::NAQC); });
     connect(m_wmiView, &QAction::triggered, this, [this] { showView(category::WMI); });
@@ -166,6 +171,7 @@ void ConsoleWindow::createActions()
     action->addAction(newNaqc);
     action->addSeparator();
     action->addAction(reference);
+    action->addAction(history);
     action->addSeparator();
     action->addAction(refresh);
     QMenu *view = menuBar()->addMenu(QStringLiteral("&View"));
@@ -253,6 +259,14 @@ void ConsoleWindow::addRuleReference()
     m_ctrl->RefreshList();
     statusBar()->showMessage(QStringLiteral("%1 now uses %2").arg(dialog.userName(), dialog.usedName()),
                              5000);
+}
+
+void ConsoleWindow::showHistory()
+{
+    HistoryDialog dialog(m_store, this);
+    dialog.exec();
+    if (dialog.changedStore())
+        m_ctrl->RefreshList();
 }
 
 void ConsoleWindow::about()

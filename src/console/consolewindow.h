@@ -43,6 +43,7 @@ public Q_SLOTS:
     void newNAQCRule();
     void refresh();
     void addRuleReference();
+    void showHistory();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;

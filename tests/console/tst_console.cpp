@@ -14,8 +14,10 @@
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
+#include <QSpinBox>
 #include <QTreeWidget>
 #include <QtTest>
 
@@ -71,13 +73,15 @@ void keepScreenshot(QWidget *widget, const char *suffix)
         widget->grab().save(qEnvironmentVariable("QARVO_KEEP_SCREENSHOT") + QLatin1String(suffix));
 }
 
-// Runs qarvo-console to the end; answers its exit code and what it wrote to stderr.
-std::pair<int, QString> runConsole(const QStringList &args)
+// Runs qarvo-console to the end; answers its exit code and what it wrote to stderr (and stdout).
+std::pair<int, QString> runConsole(const QStringList &args, QString *out = nullptr)
 {
     QProcess p;
     p.start(QStringLiteral(QARVO_CONSOLE_BIN), args);
     if (!p.waitForFinished(60000) || p.exitStatus() != QProcess::NormalExit)
         return {-1, QStringLiteral("did not finish")};
+    if (out)
+        *out = QString::fromUtf8(p.readAllStandardOutput());
     return {p.exitCode(), QString::fromUtf8(p.readAllStandardError())};
 }
 
@@ -361,6 +365,53 @@ private Q_SLOTS:
         QCOMPARE(QDir(m_dir->path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries), before);
         QVERIFY(notes.open(QIODevice::ReadOnly));
         QCOMPARE(notes.readAll(), QByteArray("not rules\n"));
+    }
+
+    // A deleted rule is in the history, printed and shown; it comes back, and again as a copy.
+    void historyIsPrintedAndRestoredInItsWindow()
+    {
+        auto w = window(category::WMI);
+        QCOMPARE(calls::DelWMIRule(m_store.get(), ruleIdText(104), delmode::FromList), status::Ok);
+        QString out;
+        QCOMPARE(runConsole({"--database", m_store->location().path, "--history"}, &out).first, 0);
+        QVERIFY2(out.endsWith(QLatin1String("\tWMI\t000000104\tNo Disk Shares\tdeleted\n")) && out.count(u'\n') == 1,
+                 qPrintable(out));
+
+        MessageCatcher catcher;
+        QString shown;
+        whenModalShown([&](QWidget *dialog) {
+            auto *list = child<QAbstractItemView>(dialog, "historyList");
+            QCOMPARE(list->model()->rowCount(), 1);
+            shown = child<QPlainTextEdit>(dialog, "versionText")->toPlainText();
+            keepScreenshot(dialog, ".history.png");
+            auto *restore = child<QPushButton>(dialog, "restoreButton");
+            restore->click(); // id and name are free
+            // Once more: its id and name are taken now, so it comes back as a new rule, renamed.
+            whenModalShown([](QWidget *question) {
+                whenModalShown([](QWidget *ask) {
+                    child<QLineEdit>(ask, "")->setText(QStringLiteral("No Disk Shares (old)"));
+                    child<QDialogButtonBox>(ask, "")->button(QDialogButtonBox::Ok)->click();
+                });
+                for (QPushButton *b : question->findChildren<QPushButton *>())
+                    if (b->text().contains(QLatin1String("New Rule")))
+                        b->click();
+            });
+            restore->click();
+            QCOMPARE(list->model()->rowCount(), 1);
+            whenModalShown([](QWidget *purge) {
+                child<QSpinBox>(purge, "purgeDays")->setValue(0); // every version
+                child<QDialogButtonBox>(purge, "")->button(QDialogButtonBox::Ok)->click();
+            });
+            child<QPushButton>(dialog, "purgeButton")->click();
+            QCOMPARE(list->model()->rowCount(), 0);
+            dialog->close();
+        });
+        QTest::keyClick(w.get(), Qt::Key_H, Qt::ControlModifier);
+        QVERIFY2(shown.contains(QLatin1String("WQL rule \"No Disk Shares\", id 000000104")), qPrintable(shown));
+        QCOMPARE(catcher.texts().size(), 2);
+        QVERIFY(catcher.texts().first().contains(QLatin1String("is back under id 000000104")));
+        QTRY_COMPARE(ruleList(*w)->model()->rowCount(), 6);
+        QVERIFY(ruleNames(m_store.get(), category::WMI).contains(QStringLiteral("No Disk Shares (old)")));
     }
 
 private:
