@@ -35,7 +35,8 @@ ConsoleWindow::ConsoleWindow(SqlRuleStore *store, qint16 view, DataService *serv
 {
     setObjectName(QStringLiteral("consoleWindow"));
     // Ends with the application's display name, which some platforms would otherwise append.
-    setWindowTitle(QStringLiteral("%1 \u2014 qarvo console").arg(store->location().displayText()));
+    const QString readOnly = store->isReadOnly() ? QStringLiteral(" (read-only)") : QString();
+    setWindowTitle(QStringLiteral("%1%2 \u2014 qarvo console").arg(store->location().displayText(), readOnly));
     setWindowIcon(images::icon(images::WmiRule));
 
     createScopeTree();
@@ -61,8 +62,11 @@ ConsoleWindow::ConsoleWindow(SqlRuleStore *store, qint16 view, DataService *serv
     m_viewLabel = new QLabel;
     m_viewLabel->setObjectName(QStringLiteral("viewLabel"));
     statusBar()->addWidget(m_viewLabel, 1);
-    auto *databaseLabel = new QLabel(QStringLiteral("Rule store: %1").arg(store->location().displayText()));
+    auto *databaseLabel =
+        new QLabel(QStringLiteral("Rule store: %1%2").arg(store->location().displayText(), readOnly));
     databaseLabel->setObjectName(QStringLiteral("databaseLabel"));
+    if (store->isReadOnly())
+        databaseLabel->setToolTip(QStringLiteral("This user may look at the rules of this store, not change them."));
     statusBar()->addPermanentWidget(databaseLabel);
 
     resize(1000, 680);
@@ -189,6 +193,13 @@ void ConsoleWindow::createActions()
     bar->addAction(newNaqc);
     bar->addSeparator();
     bar->addAction(refresh);
+
+    if (m_store->isReadOnly()) {
+        for (QAction *a : {newWmi, newWql, newNaqc, reference}) {
+            a->setEnabled(false);
+            a->setStatusTip(QStringLiteral("The rule store is read-only"));
+        }
+    }
 }
 
 void ConsoleWindow::showView(qint16 view)
