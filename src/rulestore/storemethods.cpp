@@ -261,9 +261,13 @@ void refuseReservedName(StoreDb &db, qint16 cat, const QString &name, qint64 now
         refuse(status::Fail, QStringLiteral("the name \"%1\" is being stored by another console").arg(name));
 }
 
-// Script entries under an id that nobody reserves are what a save that stopped half-way left.
-void refuseStrays(StoreDb &db, Holder held, int id)
+// A NAQC id another connection is storing is refused, and so are script entries under an id that
+// nobody reserves: a save that stopped half-way left them.
+void refuseTakenNaqcId(StoreDb &db, int id, qint64 now)
 {
+    const Holder held = idHolder(db, category::NAQC, id, now);
+    if (held == Holder::Other)
+        refuseBusy(id);
     if (held == Holder::Nobody && db.exists("SELECT 1 FROM naqc_scripts WHERE rule_id = ?", {id}))
         refuse(status::Fail, QStringLiteral("rule id %1 holds the script entries of a save that did not finish")
                                  .arg(ruleIdText(id)));
@@ -393,10 +397,7 @@ Reply Methods::addRQCScript(const ArgList &args)
     if (owner.isValid())
         refuse(status::Fail,
                QStringLiteral("rule id %1 belongs to the rule \"%2\"").arg(ruleIdText(id), owner.toString()));
-    const Holder held = idHolder(m_db, category::NAQC, id, now);
-    if (held == Holder::Other)
-        refuseBusy(id);
-    refuseStrays(m_db, held, id);
+    refuseTakenNaqcId(m_db, id, now);
     if (!claimId(m_db, category::NAQC, id, now, HoldMs))
         refuseBusy(id);
     m_db.exec("INSERT INTO naqc_scripts (rule_id, entry_no, script_file, action_type,"
@@ -413,10 +414,7 @@ Reply Methods::addRQCRule(const ArgList &args)
     const QString comment = boundedArg(args, 3, longest(recordsize::Comment), "comment");
     const QString selection = textArg(args, 4);
     const qint64 now = m_db.now();
-    const Holder held = idHolder(m_db, category::NAQC, id, now);
-    if (held == Holder::Other)
-        refuseBusy(id);
-    refuseStrays(m_db, held, id);
+    refuseTakenNaqcId(m_db, id, now);
     refuseReservedName(m_db, category::NAQC, name, now);
     m_db.exec("INSERT INTO rules (category, rule_id, rule_name, rule_comment, rule_wql,"
               " service_name, script_selection) VALUES (5, ?, ?, ?, 0, ?, ?)",
