@@ -100,8 +100,10 @@ private Q_SLOTS:
             }
         }
         QCOMPARE(stored.size(), consoles * saves);
+        // One console gets the id of each second; a console that loses a second to a busy
+        // machine asks once more. Without the store's pacing it would be hundreds.
         qInfo("most CanUseID calls of one console: %d", maxTries);
-        QVERIFY(maxTries <= consoles + 4);
+        QVERIFY(maxTries <= 3 * consoles);
         auto store = m_fx.open();
         for (const auto &[cat, id] : stored) {
             const RuleSnapshot r = *store->rule(cat, id);
@@ -128,7 +130,7 @@ private Q_SLOTS:
             expireReservations();
             auto writer = startWriter({"edit", m_fx.location(), "w11", "w12", "n21", "n22"});
             QVERIFY(waitForLine(*writer, "ready"));
-            QTest::qWait(QRandomGenerator::global()->bounded(5, 120));
+            QTest::qWait(QRandomGenerator::global()->bounded(5, m_fx.isPostgres() ? 300 : 120));
             writer->kill();
             const QByteArray out = writer->readAllStandardOutput();
             QVERIFY2(writer->waitForFinished(10000), out.constData());
@@ -141,9 +143,11 @@ private Q_SLOTS:
                 const auto last = std::find_if(history.cbegin(), history.cend(), [&](const HistoryEntry &e) {
                     return e.category == cat && e.ruleId == id;
                 });
-                QVERIFY(last != history.cend() && last->event == HistoryEvent::StoredAgain);
+                QVERIFY(last != history.cend());
+                QCOMPARE(last->event, HistoryEvent::StoredAgain);
                 QVERIFY(whole(*store->historyVersion(last->version)));
-                QVERIFY(store->restoreVersion(last->version, RestoreId::ReplaceHolder).restored());
+                const RestoreResult r = store->restoreVersion(last->version, RestoreId::ReplaceHolder);
+                QVERIFY2(r.restored(), qPrintable(r.message));
                 QVERIFY(whole(*store->rule(cat, ruleIdText(id))));
                 ++restored;
             }
