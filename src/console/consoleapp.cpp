@@ -3,6 +3,7 @@
 #include "conditions/conditioncheck.h"
 #include "console/consolewindow.h"
 #include "console/rulecheck.h"
+#include "console/historytext.h"
 #include "console/sampledata.h"
 #include "dataservice/calls.h"
 #include "resources/ui.h"
@@ -80,11 +81,16 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
         QStringLiteral("check"),
         QStringLiteral("List every stored WMI or WQL rule whose query or class has a problem, one a "
                        "line, then a summary; exit with 1 when any is found, 0 otherwise."));
+    const QCommandLineOption history(
+        QStringLiteral("history"),
+        QStringLiteral("Print the earlier versions of rules that the store keeps, one a line (time, category, "
+                       "id, name, what happened), and exit."));
     parser.addOption(help);
     parser.addOption(database);
     parser.addOption(view);
     parser.addOption(screenshot);
     parser.addOption(check);
+    parser.addOption(history);
 
     if (!parser.parse(arguments)) {
         *message = parser.errorText();
@@ -104,6 +110,7 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
     }
     Options o;
     o.database = parser.value(database);
+    o.history = parser.isSet(history);
     if (parser.isSet(view)) {
         const QString v = parser.value(view).toLower();
         if (v == QLatin1String("wmi"))
@@ -156,6 +163,29 @@ bool prepareEnvironment(const Options &options)
     }
 #endif
     return true;
+}
+
+int printHistory(const Options &options)
+{
+    // Looking at a store never creates one.
+    StoreLocation location;
+    StoreLocation::parse(options.database, &location, nullptr);
+    if (location.kind == StoreLocation::Kind::SQLite && !QFileInfo::exists(location.path)) {
+        printErr(QStringLiteral("qarvo-console: %1 does not exist.").arg(location.displayText()));
+        return 1;
+    }
+    SqlRuleStore store;
+    std::optional<QList<HistoryEntry>> history;
+    if (store.open(location))
+        history = store.history();
+    if (!history) {
+        printErr(QStringLiteral("qarvo-console: %1").arg(store.lastError()));
+        return 1;
+    }
+    for (const HistoryEntry &entry : *history)
+        std::printf("%s\n", qUtf8Printable(historyLine(entry)));
+    std::fflush(stdout);
+    return 0;
 }
 
 int run(const Options &options)

@@ -14,6 +14,7 @@ struct Options
     qint16 view = 6;    // rule category shown first
     QString screenshot; // render to this PNG and exit
     bool check = false; // list the stored rules that the catalogue or the WQL grammar faults, and exit
+    bool history = false; // print the rule history and exit
 };
 
 enum class ParseResult { Run, Help, Error, BadDatabase };
@@ -29,6 +30,10 @@ void setIdentity();
 // caller chose a platform. Returns false, having said why, when there is nowhere to show the
 // window.
 bool prepareEnvironment(const Options &options);
+
+// Prints the rule history of the store, one version a line; needs no display. Returns the exit
+// code.
+int printHistory(const Options &options);
 
 // Opens the store and runs the console (or takes the screenshot); returns the exit code.
 int run(const Options &options);

@@ -44,6 +44,7 @@ public Q_SLOTS:
     void refresh();
     void addRuleReference();
     void checkRules();
+    void showHistory();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;

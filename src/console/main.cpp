@@ -27,6 +27,10 @@ int main(int argc, char *argv[])
     case ParseResult::Run:
         break;
     }
+    if (options.history) {
+        QCoreApplication app(argc, argv);
+        return printHistory(options);
+    }
     if (!prepareEnvironment(options))
         return 2;
     QApplication app(argc, argv);
