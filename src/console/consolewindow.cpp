@@ -293,6 +293,8 @@ void ConsoleWindow::checkRules()
     }
     RuleCheckDialog dialog(check, this);
     dialog.exec();
+}
+
 void ConsoleWindow::showHistory()
 {
     HistoryDialog dialog(m_store, this);

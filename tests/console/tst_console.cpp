@@ -414,6 +414,8 @@ private Q_SLOTS:
             QTest::keyClick(dialog, Qt::Key_Escape);
         });
         child(w.get(), "actionCheckRules")->trigger();
+    }
+
     // A deleted rule is in the history, printed and shown; it comes back, and again as a copy.
     void historyIsPrintedAndRestoredInItsWindow()
     {
