@@ -5,44 +5,13 @@
 // boundary at which a row-set fault ends a user action.
 
 #include "dataservice/dataservice.h"
+#include "dataservice/methods.h"
 
 #include <functional>
 #include <new>
 
 namespace qarvo {
 
-// Method names, exactly as the service knows them.
-namespace method {
-inline constexpr const char *GetWMIRules = "GetWMIRules";
-inline constexpr const char *GetRQCRule = "GetRQCRule";
-inline constexpr const char *GetWMIRuleInfo = "GetWMIRuleInfo";
-inline constexpr const char *GetRQCRuleInfo = "GetRQCRuleInfo";
-inline constexpr const char *GetRQCRuleScriptInfo = "GetRQCRuleScriptInfo";
-inline constexpr const char *RulesUsedExRule = "RulesUsedExRule";
-inline constexpr const char *CanUseID = "CanUseID";
-inline constexpr const char *CanUseExRuleName = "CanUseExRuleName";
-inline constexpr const char *UpdateExRuleNameInRule = "UpdateExRuleNameInRule";
-inline constexpr const char *DelWMIRule = "DelWMIRule";
-inline constexpr const char *DelRQCRule = "DelRQCRule";
-inline constexpr const char *AddWMIRule = "AddWMIRule";
-inline constexpr const char *AddRQCScript = "AddRQCScript";
-inline constexpr const char *AddRQCRule = "AddRQCRule";
-} // namespace method
-
-// Rule categories; the same numbers are the control's view types.
-namespace category {
-inline constexpr qint16 NAQC = 5;
-inline constexpr qint16 WMI = 6;
-} // namespace category
-
-// Second argument of DelWMIRule / DelRQCRule.
-namespace delmode {
-inline constexpr qint16 FromList = 1;
-inline constexpr qint16 BeforeStoreAgain = 2;
-} // namespace delmode
-
-// Nine zero-padded decimal digits, as every rule id is sent.
-QARVO_EXPORT QString ruleIdText(qint64 id);
 // Decimal text to integer the way the ids come back: optional blanks and sign, then the leading
 // digits; 0 when there are none. Out-of-range values are clamped.
 QARVO_EXPORT int ruleIdFromText(const QString &text);
@@ -138,10 +107,7 @@ void forEachRow(Reply &reply, F &&read)
     reader.close();
 }
 
-// Where a row-set fault that ended an action is reported; by default a warning in the log.
-// A host may install its own.
-using FaultReporter = std::function<void(const DataServiceError &)>;
-QARVO_EXPORT void setFaultReporter(FaultReporter reporter);
+// Hands a fault that ended an action to the reporter a host installed (see dataservice.h).
 QARVO_EXPORT void reportFault(const DataServiceError &error);
 
 // The boundary of one user action: a row-set fault ends the action here and never reaches the

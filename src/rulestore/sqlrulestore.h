@@ -3,8 +3,8 @@
 // The reference data service: every method the control calls, answered from a SQL database.
 // SQLite keeps the whole store in one file; PostgreSQL lets several consoles share one store.
 
-#include "dataservice/dataservice.h"
-#include "rulestore/rulestore_export.h"
+#include <qarvo/dataservice/dataservice.h>
+#include <qarvo/rulestore/rulestore_export.h>
 
 #include <QString>
 
