@@ -4,7 +4,6 @@
 // thousands of classes then costs one model reset instead of one widget item per node.
 
 #include "conditions/catalogue.h"
-#include "dataservice/qarvo_export.h"
 
 #include <QAbstractItemModel>
 #include <QIcon>
@@ -13,7 +12,7 @@ class QTreeView;
 
 namespace qarvo {
 
-class QARVO_EXPORT ClassTreeModel : public QAbstractItemModel
+class ClassTreeModel : public QAbstractItemModel
 {
     Q_OBJECT
 public:

@@ -4,7 +4,6 @@
 // edition values of ShowPane. Only the control's dispatch members write it; panes and sheets read.
 
 #include "control/edition.h"
-#include "dataservice/qarvo_export.h"
 
 #include <QString>
 
@@ -15,7 +14,7 @@ namespace qarvo {
 
 class DataService;
 
-class QARVO_EXPORT ModuleState
+class ModuleState
 {
 public:
     static const ModuleState &instance();
@@ -41,6 +40,6 @@ inline DataService *currentDataService()
 }
 
 // Asks the check a host installed (see edition.h); true when none is installed.
-QARVO_EXPORT bool editionAllows(qint16 category, EditionAction action, QWidget *parent);
+bool editionAllows(qint16 category, EditionAction action, QWidget *parent);
 
 } // namespace qarvo

@@ -14,26 +14,26 @@ namespace qarvo {
 
 // Decimal text to integer the way the ids come back: optional blanks and sign, then the leading
 // digits; 0 when there are none. Out-of-range values are clamped.
-QARVO_EXPORT int ruleIdFromText(const QString &text);
+int ruleIdFromText(const QString &text);
 
 // Field values as the control takes them.
-QARVO_EXPORT QString fieldText(const QVariant &value);
-QARVO_EXPORT qint32 fieldInt(const QVariant &value);
+QString fieldText(const QVariant &value);
+qint32 fieldInt(const QVariant &value);
 
 // Calls a method by name. A null service fails like a name the service does not know.
-QARVO_EXPORT Reply callByName(DataService *service, const QString &method, const ArgList &args);
+Reply callByName(DataService *service, const QString &method, const ArgList &args);
 
 // The answer of CanUseID / CanUseExRuleName: `yes` is the service's "true" (-1 in 16 bits).
-struct QARVO_EXPORT YesNo
+struct YesNo
 {
     qint32 status = status::Ok;
     bool yes = false;
     bool failed() const { return qarvo::failed(status); }
 };
-QARVO_EXPORT bool readYes(const QVariant &value);
+bool readYes(const QVariant &value);
 
 // One condition row of AddWMIRule, in the method's parameter order.
-struct QARVO_EXPORT WMIRuleRow
+struct WMIRuleRow
 {
     QString ruleId;
     QString ruleName;
@@ -52,30 +52,30 @@ struct QARVO_EXPORT WMIRuleRow
 };
 
 namespace calls {
-QARVO_EXPORT Reply GetWMIRules(DataService *s);
-QARVO_EXPORT Reply GetRQCRule(DataService *s);
-QARVO_EXPORT Reply GetWMIRuleInfo(DataService *s, const QString &ruleId);
-QARVO_EXPORT Reply GetRQCRuleInfo(DataService *s, const QString &ruleId);
-QARVO_EXPORT Reply GetRQCRuleScriptInfo(DataService *s, const QString &ruleId);
-QARVO_EXPORT Reply RulesUsedExRule(DataService *s, const QString &ruleName, qint16 category);
-QARVO_EXPORT YesNo CanUseID(DataService *s, const QString &ruleId, qint16 category);
-QARVO_EXPORT YesNo CanUseExRuleName(DataService *s, const QString &ruleName, qint16 category);
-QARVO_EXPORT qint32 UpdateExRuleNameInRule(DataService *s, const QString &oldName,
-                                           const QString &newName, qint16 category);
-QARVO_EXPORT qint32 DelWMIRule(DataService *s, const QString &ruleId, qint16 mode);
-QARVO_EXPORT qint32 DelRQCRule(DataService *s, const QString &ruleId, qint16 mode);
-QARVO_EXPORT qint32 AddWMIRule(DataService *s, const WMIRuleRow &row);
-QARVO_EXPORT qint32 AddRQCScript(DataService *s, const QString &ruleId, qint16 entry,
-                                 const QString &scriptFile, const QString &actionType,
-                                 const QString &comment, qint16 selected);
-QARVO_EXPORT qint32 AddRQCRule(DataService *s, const QString &ruleId, const QString &ruleName,
-                               const QString &serviceName, const QString &comment,
-                               const QString &selection);
+Reply GetWMIRules(DataService *s);
+Reply GetRQCRule(DataService *s);
+Reply GetWMIRuleInfo(DataService *s, const QString &ruleId);
+Reply GetRQCRuleInfo(DataService *s, const QString &ruleId);
+Reply GetRQCRuleScriptInfo(DataService *s, const QString &ruleId);
+Reply RulesUsedExRule(DataService *s, const QString &ruleName, qint16 category);
+YesNo CanUseID(DataService *s, const QString &ruleId, qint16 category);
+YesNo CanUseExRuleName(DataService *s, const QString &ruleName, qint16 category);
+qint32 UpdateExRuleNameInRule(DataService *s, const QString &oldName,
+                              const QString &newName, qint16 category);
+qint32 DelWMIRule(DataService *s, const QString &ruleId, qint16 mode);
+qint32 DelRQCRule(DataService *s, const QString &ruleId, qint16 mode);
+qint32 AddWMIRule(DataService *s, const WMIRuleRow &row);
+qint32 AddRQCScript(DataService *s, const QString &ruleId, qint16 entry,
+                    const QString &scriptFile, const QString &actionType,
+                    const QString &comment, qint16 selected);
+qint32 AddRQCRule(DataService *s, const QString &ruleId, const QString &ruleName,
+                  const QString &serviceName, const QString &comment,
+                  const QString &selection);
 } // namespace calls
 
 // Reads the row set of a reply. A reply without one is an empty row set: the first use raises
 // the invalid-pointer fault. Every read may throw DataServiceError.
-class QARVO_EXPORT RowReader
+class RowReader
 {
 public:
     explicit RowReader(Reply &reply);
@@ -108,7 +108,7 @@ void forEachRow(Reply &reply, F &&read)
 }
 
 // Hands a fault that ended an action to the reporter a host installed (see dataservice.h).
-QARVO_EXPORT void reportFault(const DataServiceError &error);
+void reportFault(const DataServiceError &error);
 
 // The boundary of one user action: a row-set fault ends the action here and never reaches the
 // event loop. Returns false when the action was ended by a fault.

@@ -15,14 +15,14 @@ namespace qarvo {
 
 // Seconds since the epoch, as the generator is seeded.
 using SecondsClock = std::function<qint64()>;
-QARVO_EXPORT qint64 systemSeconds();
+qint64 systemSeconds();
 
 // The clock that generators built without one read. Tests may replace it and restore it with
 // resetRuleIdClock().
-QARVO_EXPORT SecondsClock &ruleIdClock();
-QARVO_EXPORT void resetRuleIdClock();
+SecondsClock &ruleIdClock();
+void resetRuleIdClock();
 
-class QARVO_EXPORT RuleIdGenerator
+class RuleIdGenerator
 {
 public:
     static constexpr int MaxId = 32767;
@@ -42,7 +42,7 @@ private:
     quint32 m_state = 1;
 };
 
-struct QARVO_EXPORT DrawnRuleId
+struct DrawnRuleId
 {
     qint32 status = status::Ok; // the failure of CanUseID that ended the search
     QString id;                 // nine digits once accepted
@@ -58,8 +58,8 @@ using BetweenTries = std::function<bool()>;
 // is taken. There is no limit of tries: a service that keeps refusing keeps the search going, and
 // a new candidate only comes up once the clock's second has changed, so callers pass
 // `betweenTries` to keep their window responsive meanwhile.
-QARVO_EXPORT DrawnRuleId drawUnusedRuleId(DataService *service, qint16 category,
-                                          RuleIdGenerator &generator,
-                                          const BetweenTries &betweenTries = {});
+DrawnRuleId drawUnusedRuleId(DataService *service, qint16 category,
+                             RuleIdGenerator &generator,
+                             const BetweenTries &betweenTries = {});
 
 } // namespace qarvo
