@@ -75,7 +75,7 @@ public:
                         const QString &usedName);
 
 private:
-    struct Impl;
+    struct QARVO_RULESTORE_NO_EXPORT Impl; // its inline parts stay inside the library too
     std::unique_ptr<Impl> d;
     StoreLocation m_location;
     QString m_lastError;
