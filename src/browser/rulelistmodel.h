@@ -1,7 +1,5 @@
 #pragma once
 
-#include "dataservice/qarvo_export.h"
-
 #include <QAbstractTableModel>
 #include <QList>
 #include <QString>
@@ -14,7 +12,7 @@ namespace qarvo {
 // The rows behind the rule list. Columns are kept as their own list because every set-up of a
 // view adds its columns in front of whatever an earlier set-up left, while a row only ever fills
 // the first three columns.
-class QARVO_EXPORT RuleListModel : public QAbstractTableModel
+class RuleListModel : public QAbstractTableModel
 {
     Q_OBJECT
 public:

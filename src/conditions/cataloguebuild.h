@@ -3,7 +3,6 @@
 // One run of "qarvo-catalogue build": read the MOF files, compile their classes against the
 // catalogue in the output folder and write it back, all or nothing.
 
-#include "dataservice/qarvo_export.h"
 
 #include <QString>
 #include <QStringList>
@@ -22,7 +21,7 @@ struct CatalogueBuildOptions
 
 // Writes warnings and errors to `err`, one a line, and what was done to `out`. Returns the exit
 // status: 0 when the catalogue holds the classes, 1 when nothing was written.
-QARVO_EXPORT int buildCatalogue(const CatalogueBuildOptions &options, QTextStream &out,
+int buildCatalogue(const CatalogueBuildOptions &options, QTextStream &out,
                                 QTextStream &err);
 
 } // namespace qarvo::catalogue

@@ -6,7 +6,6 @@
 // else in the files stays byte for byte, so adding the same classes twice changes nothing.
 
 #include "conditions/mofcompiler.h"
-#include "dataservice/qarvo_export.h"
 
 #include <QByteArray>
 #include <QMap>
@@ -15,13 +14,13 @@ namespace qarvo::catalogue {
 
 // The first level of the class tree for a namespace. It is never a namespace line of a field
 // file, which a category's own lookup would otherwise take for a class.
-QARVO_EXPORT QString namespaceCategory(const QString &nameSpace);
+QString namespaceCategory(const QString &nameSpace);
 
 // The inverse of unescapeDescription() for texts catalogueText() has made.
-QARVO_EXPORT QString escapeDescription(QStringView text);
-QARVO_EXPORT QByteArray fieldLine(const FieldRecord &field);
+QString escapeDescription(QStringView text);
+QByteArray fieldLine(const FieldRecord &field);
 
-class QARVO_EXPORT CatalogueFolder
+class CatalogueFolder
 {
 public:
     struct Counts

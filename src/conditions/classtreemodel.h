@@ -5,7 +5,6 @@
 // narrows it to the classes whose names hold a text, with the categories above them.
 
 #include "conditions/catalogue.h"
-#include "dataservice/qarvo_export.h"
 
 #include <QAbstractItemModel>
 #include <QIcon>
@@ -14,7 +13,7 @@ class QTreeView;
 
 namespace qarvo {
 
-class QARVO_EXPORT ClassTreeModel : public QAbstractItemModel
+class ClassTreeModel : public QAbstractItemModel
 {
     Q_OBJECT
 public:

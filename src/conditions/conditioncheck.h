@@ -20,7 +20,7 @@ namespace qarvo::wql {
 
 // The classes the catalogue knows and their fields, read on demand and kept. Without a catalogue
 // (or with one that lists no class) nothing about classes and properties is judged.
-class QARVO_EXPORT Schema
+class Schema
 {
 public:
     struct ClassInfo
@@ -58,22 +58,22 @@ struct Advice
 };
 
 // "WHERE, character 12: expected a value, found the end of the query"
-QARVO_EXPORT QString adviceText(const Advice &advice);
+QString adviceText(const Advice &advice);
 
 // A condition as the WQL editor holds it: the query is read as the wizard builds it from the
 // three parts, and positions are given within the part. Nothing is said while SELECT or FROM is
 // still empty.
-QARVO_EXPORT QList<Advice> checkWQLCondition(const WQLCondition &condition, Schema &schema);
+QList<Advice> checkWQLCondition(const WQLCondition &condition, Schema &schema);
 
 // A stored WQL condition: the query text as stored, "#Count" or the tested field and its type.
-QARVO_EXPORT QList<Advice> checkStoredWQL(const QString &nameSpace, const QString &query,
+QList<Advice> checkStoredWQL(const QString &nameSpace, const QString &query,
                                           const QString &field, const QString &type, Schema &schema);
 
 // A WMI condition: its class and field.
-QARVO_EXPORT QList<Advice> checkWMICondition(const WMICondition &condition, Schema &schema);
+QList<Advice> checkWMICondition(const WMICondition &condition, Schema &schema);
 
 // The names closest to `name` by edit distance (letter case aside), best first, at most three,
 // none when nothing is close.
-QARVO_EXPORT QStringList closestNames(const QString &name, const QStringList &candidates);
+QStringList closestNames(const QString &name, const QStringList &candidates);
 
 } // namespace qarvo::wql

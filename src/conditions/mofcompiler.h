@@ -7,7 +7,6 @@
 
 #include "conditions/catalogue.h"
 #include "conditions/mofreader.h"
-#include "dataservice/qarvo_export.h"
 
 #include <functional>
 
@@ -36,12 +35,12 @@ struct MofCompileResult
 
 // `category` is used for classes without a package path; without it they go under their schema
 // name ("Win32" for Win32_Service) or, for names without one, the last part of their namespace.
-QARVO_EXPORT MofCompileResult compileMofClasses(const QList<MofClass> &classes,
+MofCompileResult compileMofClasses(const QList<MofClass> &classes,
                                                 const QString &category,
                                                 const CatalogueLookup &existing = {});
 
 // A description as a field's description line holds it: line breaks as CR LF, no other control
 // characters, no white space around it.
-QARVO_EXPORT QString catalogueText(QStringView text);
+QString catalogueText(QStringView text);
 
 } // namespace qarvo::catalogue

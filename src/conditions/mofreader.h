@@ -6,7 +6,6 @@
 // that it can be fuzzed on its own; the catalogue builder turns what it returns into catalogue
 // classes.
 
-#include "dataservice/qarvo_export.h"
 
 #include <QByteArray>
 #include <QList>
@@ -63,12 +62,12 @@ struct MofClass
 };
 
 // The qualifier of that name (compared without regard to case, as MOF compares names), or none.
-QARVO_EXPORT const MofQualifier *findQualifier(const QList<MofQualifier> &list, QStringView name);
+const MofQualifier *findQualifier(const QList<MofQualifier> &list, QStringView name);
 
 // Gives the bytes of a file, or nothing with the reason in `error`.
 using MofLoader = std::function<std::optional<QByteArray>(const QString &path, QString &error)>;
 // Reads a regular file of at most MaxMofFileSize bytes.
-QARVO_EXPORT std::optional<QByteArray> loadMofFile(const QString &path, QString &error);
+std::optional<QByteArray> loadMofFile(const QString &path, QString &error);
 inline constexpr qint64 MaxMofFileSize = 64 * 1024 * 1024;
 
 struct MofReadResult
@@ -83,7 +82,7 @@ struct MofReadResult
 
 // Reads the files in order, each with its includes; classes outside any "#pragma namespace" go
 // into `defaultNamespace`.
-QARVO_EXPORT MofReadResult readMof(const QStringList &files, const QString &defaultNamespace,
+MofReadResult readMof(const QStringList &files, const QString &defaultNamespace,
                                    const MofLoader &loader = loadMofFile);
 
 } // namespace qarvo::catalogue

@@ -6,7 +6,6 @@
 
 #include "conditions/catalogue.h"
 #include "conditions/editors.h"
-#include "dataservice/qarvo_export.h"
 
 #include <QDialog>
 
@@ -37,9 +36,9 @@ struct WMIDlgEntries
     bool valueListChosen = false;
 };
 // The string id of the first failing check, or 0 when the condition is complete.
-QARVO_EXPORT int firstWMIDlgProblem(const WMIDlgEntries &entries);
+int firstWMIDlgProblem(const WMIDlgEntries &entries);
 
-class QARVO_EXPORT CWMIDlg : public QDialog
+class CWMIDlg : public QDialog
 {
     Q_OBJECT
 public:

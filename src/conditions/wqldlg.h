@@ -5,7 +5,6 @@
 // them (Value).
 
 #include "conditions/editors.h"
-#include "dataservice/qarvo_export.h"
 
 #include <QDialog>
 
@@ -47,9 +46,9 @@ struct WQLDlgProblem
     int stringId = 0;
     const char *focus = nullptr;
 };
-QARVO_EXPORT WQLDlgProblem firstWQLDlgProblem(const WQLDlgEntries &entries);
+WQLDlgProblem firstWQLDlgProblem(const WQLDlgEntries &entries);
 
-class QARVO_EXPORT CWQLDlg : public QDialog
+class CWQLDlg : public QDialog
 {
     Q_OBJECT
 public:

@@ -5,7 +5,6 @@
 // evaluated later on machines we cannot reach, so the query is read here to say what is wrong
 // before it is stored. Plain code without widgets, so that it can be tested and fuzzed alone.
 
-#include "dataservice/qarvo_export.h"
 
 #include <QList>
 #include <QString>
@@ -64,11 +63,11 @@ struct ReadResult
 };
 
 // Never throws, and takes time and memory in proportion to the text.
-QARVO_EXPORT ReadResult readQuery(QStringView text);
+ReadResult readQuery(QStringView text);
 
 // Whether a string literal holds a date WMI takes for a datetime property: the DMTF form
 // "yyyymmddHHMMSS.mmmmmm+UUU" (or an interval "ddddddddHHMMSS.mmmmmm:000") and the usual
 // written forms "yyyy-mm-dd[ hh:mm[:ss]]" and "mm/dd/yyyy[ hh:mm[:ss]]".
-QARVO_EXPORT bool isDateTimeText(QStringView text);
+bool isDateTimeText(QStringView text);
 
 } // namespace qarvo::wql

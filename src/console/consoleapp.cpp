@@ -5,12 +5,15 @@
 #include "console/rulecheck.h"
 #include "console/historytext.h"
 #include "console/sampledata.h"
+#include "control/registration.h"
+#include "control/settings.h"
 #include "dataservice/calls.h"
 #include "resources/ui.h"
 #include "rulestore/sqlrulestore.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QDir>
 #include <QFileInfo>
 #include <QPixmap>
 
@@ -85,12 +88,13 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
         QStringLiteral("history"),
         QStringLiteral("Print the earlier versions of rules that the store keeps, one a line (time, category, "
                        "id, name, what happened), and exit."));
-    parser.addOption(help);
-    parser.addOption(database);
-    parser.addOption(view);
-    parser.addOption(screenshot);
-    parser.addOption(check);
-    parser.addOption(history);
+    const QCommandLineOption registration(
+        QStringLiteral("register"),
+        QStringLiteral("Register the control under the manager's settings key and exit."));
+    const QCommandLineOption unregistration(
+        QStringLiteral("unregister"),
+        QStringLiteral("Remove the control's registration from the manager's settings key and exit."));
+    parser.addOptions({help, database, view, screenshot, check, history, registration, unregistration});
 
     if (!parser.parse(arguments)) {
         *message = parser.errorText();
@@ -104,6 +108,14 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
         *message = text;
         return ParseResult::Help;
     }
+    if (parser.isSet(registration) && parser.isSet(unregistration)) {
+        *message = QStringLiteral("--register and --unregister exclude each other.");
+        return ParseResult::Error;
+    }
+    if (parser.isSet(registration))
+        return ParseResult::Register;
+    if (parser.isSet(unregistration))
+        return ParseResult::Unregister;
     if (!parser.positionalArguments().isEmpty()) {
         *message = QStringLiteral("Unexpected argument \"%1\".").arg(parser.positionalArguments().first());
         return ParseResult::Error;
@@ -185,6 +197,37 @@ int printHistory(const Options &options)
     for (const HistoryEntry &entry : *history)
         std::printf("%s\n", qUtf8Printable(historyLine(entry)));
     std::fflush(stdout);
+    return 0;
+}
+
+int changeRegistration(bool install, QString *message)
+{
+    const QString where = QDir::toNativeSeparators(managerSettings()->fileName());
+    const QString value = QStringLiteral("\"%1\" = \"%2\"")
+                              .arg(QLatin1String(RegistrationValue), QLatin1String(ControlClassId));
+    // The key belongs to the manager's installation: it is never created here.
+    if (!managerKeyExists()) {
+        *message = QStringLiteral("The manager's settings key %1 does not exist; %2.")
+                       .arg(where, install ? QStringLiteral("nothing was registered")
+                                           : QStringLiteral("there is no registration to remove"));
+        return install ? 1 : 0;
+    }
+    if (install) {
+        if (failed(registerServer())) {
+            *message = QStringLiteral("Cannot write %1 to %2: it is not writable.").arg(value, where);
+            return 1;
+        }
+        *message = QStringLiteral("Registered the control: wrote %1 to %2.").arg(value, where);
+        return 0;
+    }
+    unregisterServer();
+    if (managerSettings()->contains(QLatin1String(RegistrationValue))) {
+        *message = QStringLiteral("Cannot remove \"%1\" from %2: it is not writable.")
+                       .arg(QLatin1String(RegistrationValue), where);
+        return 1;
+    }
+    *message = QStringLiteral("Removed the control's registration \"%1\" from %2.")
+                   .arg(QLatin1String(RegistrationValue), where);
     return 0;
 }
 

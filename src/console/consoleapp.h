@@ -17,7 +17,7 @@ struct Options
     bool history = false; // print the rule history and exit
 };
 
-enum class ParseResult { Run, Help, Error, BadDatabase };
+enum class ParseResult { Run, Help, Error, BadDatabase, Register, Unregister };
 
 // `arguments` includes the program name. For Help, `message` is the help text; for Error, the
 // reason.
@@ -34,6 +34,10 @@ bool prepareEnvironment(const Options &options);
 // Prints the rule history of the store, one version a line; needs no display. Returns the exit
 // code.
 int printHistory(const Options &options);
+// --register / --unregister: writes or removes the control's registration under the manager's
+// settings key, for hosts that look the control up there. Returns the exit code; `message` says
+// what was written or removed where, or why nothing was.
+int changeRegistration(bool install, QString *message);
 
 // Opens the store and runs the console (or takes the screenshot); returns the exit code.
 int run(const Options &options);

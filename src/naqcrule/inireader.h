@@ -5,8 +5,6 @@
 // double quotes comes back without them, and every read is limited to a buffer size given in
 // characters (terminator included), so a read returns at most size - 1 characters.
 
-#include "dataservice/qarvo_export.h"
-
 #include <QByteArrayView>
 #include <QHash>
 #include <QList>
@@ -14,7 +12,7 @@
 
 namespace qarvo {
 
-class QARVO_EXPORT IniFile
+class IniFile
 {
 public:
     // Anything larger is not a profile; it is refused before it is read into memory.
@@ -57,6 +55,6 @@ private:
 
 // The text of a profile file: UTF-16 (either byte order) or UTF-8 when the file starts with a
 // byte-order mark, UTF-8 when the bytes are valid UTF-8, otherwise 8-bit Windows Latin text.
-QARVO_EXPORT QString decodeProfileText(QByteArrayView bytes);
+QString decodeProfileText(QByteArrayView bytes);
 
 } // namespace qarvo

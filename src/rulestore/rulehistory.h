@@ -3,7 +3,7 @@
 // The earlier versions of rules that the store keeps: every rule deleted, renamed or replaced
 // stays in the store's history with what happened to it, and can be brought back.
 
-#include "rulestore/rulestore_export.h"
+#include <qarvo/rulestore/rulestore_export.h>
 
 #include <QString>
 

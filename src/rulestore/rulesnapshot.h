@@ -4,7 +4,7 @@
 // usage links both ways by name. The history keeps earlier versions this way, and a rule travels
 // between stores as its JSON text.
 
-#include "rulestore/rulestore_export.h"
+#include <qarvo/rulestore/rulestore_export.h>
 
 #include <QByteArray>
 #include <QList>

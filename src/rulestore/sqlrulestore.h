@@ -3,11 +3,11 @@
 // The reference data service: every method the control calls, answered from a SQL database.
 // SQLite keeps the whole store in one file; PostgreSQL lets several consoles share one store.
 
-#include "dataservice/dataservice.h"
-#include "rulestore/rulestore_export.h"
-#include "rulestore/rulehistory.h"
-#include "rulestore/rulesnapshot.h"
-#include "rulestore/storelocation.h"
+#include <qarvo/dataservice/dataservice.h>
+#include <qarvo/rulestore/rulehistory.h>
+#include <qarvo/rulestore/rulesnapshot.h>
+#include <qarvo/rulestore/rulestore_export.h>
+#include <qarvo/rulestore/storelocation.h>
 
 #include <QList>
 #include <QString>
@@ -85,7 +85,7 @@ private:
     template<typename F>
     qint32 transact(bool writes, F &&work);
 
-    struct Impl;
+    struct QARVO_RULESTORE_NO_EXPORT Impl; // its inline parts stay inside the library too
     std::unique_ptr<Impl> d;
     StoreLocation m_location;
     QString m_lastError;

@@ -2,7 +2,7 @@
 
 // Where a store lives, as parsed from the one string that selects it.
 
-#include "rulestore/rulestore_export.h"
+#include <qarvo/rulestore/rulestore_export.h>
 
 #include <QString>
 

@@ -4,7 +4,6 @@
 // layout ever shipped keeps its step here, so that an old store is brought up to date on open and
 // so that tests can build a store of any earlier layout.
 
-#include "rulestore/rulestore_export.h"
 
 #include <QString>
 #include <QStringList>
@@ -17,7 +16,7 @@ inline constexpr int LatestLayout = 2;
 
 // The statements that bring a store of layout `layout - 1` to `layout` (layout 1: the first
 // tables of an empty database).
-QARVO_RULESTORE_EXPORT QStringList layoutStatements(int layout, bool sqlite);
+QStringList layoutStatements(int layout, bool sqlite);
 
 // Lays out a new store or brings an older one to LatestLayout, all in one transaction. Returns
 // true when the tables were created. Refuses a newer layout and a database of another program.

@@ -4,6 +4,8 @@
 #include "console/usagedialog.h"
 #include "control/modulestate.h"
 #include "control/qarvoctrl.h"
+#include "control/registration.h"
+#include "control/settings.h"
 #include "control/sheets.h"
 #include "dataservice/calls.h"
 #include "dialogdriver.h"
@@ -130,6 +132,9 @@ private Q_SLOTS:
         QTest::newRow("unknown option") << QStringList{"--db", "x"} << int(P::Error) << "";
         QTest::newRow("stray argument") << QStringList{"rules.db"} << int(P::Error) << "";
         QTest::newRow("bad URL") << QStringList{"--database", "ftp://h/x"} << int(P::BadDatabase) << "";
+        QTest::newRow("register") << QStringList{"--register"} << int(P::Register) << "";
+        QTest::newRow("unregister") << QStringList{"--unregister"} << int(P::Unregister) << "";
+        QTest::newRow("both") << QStringList{"--register", "--unregister"} << int(P::Error) << "";
     }
 
     void optionsAreParsed()
@@ -141,11 +146,35 @@ private Q_SLOTS:
         QTEST(int(r), "result");
         if (r == ParseResult::Run)
             QTEST(QStringLiteral("%1|%2|%3").arg(o.database).arg(o.view).arg(o.screenshot), "options");
-        QCOMPARE(message.isEmpty(), r == ParseResult::Run);
+        QCOMPARE(message.isEmpty(), r == ParseResult::Run || r == ParseResult::Register
+                                        || r == ParseResult::Unregister);
         if (r == ParseResult::Help) {
             for (const char *option : {"--database", "--view", "--screenshot", "--help", "qarvo-console"})
                 QVERIFY2(message.contains(QLatin1String(option)), option);
         }
+    }
+
+    void registrationSaysWhatWasWrittenWhere()
+    {
+        QTemporaryDir dir;
+        QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope, dir.path());
+        const QString file = QDir::toNativeSeparators(managerSettings()->fileName());
+        QString message;
+        // The manager's key belongs to its installation: without it nothing is registered, and
+        // there is nothing to remove.
+        QCOMPARE(changeRegistration(true, &message), 1);
+        QVERIFY2(message.contains(file) && message.contains(QLatin1String("does not exist")), qPrintable(message));
+        QCOMPARE(changeRegistration(false, &message), 0);
+        QVERIFY(!managerKeyExists());
+
+        managerSettings()->setValue(QStringLiteral("ProgramPath"), dir.path());
+        QCOMPARE(changeRegistration(true, &message), 0);
+        QCOMPARE(message, QStringLiteral("Registered the control: wrote \"qarvo\" = "
+                                         "\"{35243C2E-BCC6-4A98-A4AD-573AAF021EB4}\" to %1.").arg(file));
+        QCOMPARE(managerSettings()->value(QStringLiteral("qarvo")).toString(), QLatin1String(ControlClassId));
+        QCOMPARE(changeRegistration(false, &message), 0);
+        QVERIFY2(message.contains(file), qPrintable(message));
+        QVERIFY(!managerSettings()->contains(QStringLiteral("qarvo")));
     }
 
     void newStoreGetsSamplesOnlyOnce()
