@@ -14,7 +14,8 @@ namespace {
 
 using Key = std::pair<qint16, QString>;
 
-// Two rules are the same when a reading method could not tell them apart.
+} // namespace
+
 bool sameRule(RuleSnapshot a, RuleSnapshot b)
 {
     for (RuleSnapshot *r : {&a, &b}) {
@@ -31,6 +32,8 @@ bool sameRule(RuleSnapshot a, RuleSnapshot b)
     }
     return a == b;
 }
+
+namespace {
 
 // The id the rule goes under: the file's when the store answers it free, otherwise one drawn the
 // way the sheets draw theirs. 0 when the store failed.

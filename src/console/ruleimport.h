@@ -28,6 +28,9 @@ struct ImportReport
     bool ok() const { return error.isEmpty(); }
 };
 
+// True when no reading method of the store could tell the two apart (ids aside).
+bool sameRule(RuleSnapshot a, RuleSnapshot b);
+
 // Called before each rule with how many are done; answering false stops before that rule.
 using ImportProgress = std::function<bool(int done, int total)>;
 
