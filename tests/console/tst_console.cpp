@@ -8,6 +8,7 @@
 #include "control/settings.h"
 #include "control/sheets.h"
 #include "dataservice/calls.h"
+#include "consoleprocess.h"
 #include "dialogdriver.h"
 #include "rulestore/sqlrulestore.h"
 
@@ -81,19 +82,6 @@ void keepScreenshot(QWidget *widget, const char *suffix)
 {
     if (qEnvironmentVariableIsSet("QARVO_KEEP_SCREENSHOT"))
         widget->grab().save(qEnvironmentVariable("QARVO_KEEP_SCREENSHOT") + QLatin1String(suffix));
-}
-
-// Runs qarvo-console to the end; answers its exit code and what it wrote to stderr (and to
-// stdout into `out`).
-std::pair<int, QString> runConsole(const QStringList &args, QString *out = nullptr)
-{
-    QProcess p;
-    p.start(QStringLiteral(QARVO_CONSOLE_BIN), args);
-    if (!p.waitForFinished(60000) || p.exitStatus() != QProcess::NormalExit)
-        return {-1, QStringLiteral("did not finish")};
-    if (out)
-        *out = QString::fromUtf8(p.readAllStandardOutput());
-    return {p.exitCode(), QString::fromUtf8(p.readAllStandardError())};
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "console/ruleimport.h"
 #include "console/sampledata.h"
 #include "dataservice/calls.h"
+#include "consoleprocess.h"
 #include "storefixture.h"
 
 #include <QProcess>
@@ -59,17 +60,6 @@ void deleteAll(SqlRuleStore &store)
         QVERIFY2(!failed(r.category == category::WMI ? calls::DelWMIRule(&store, ruleIdText(r.id), 1)
                                                      : calls::DelRQCRule(&store, ruleIdText(r.id), 1)),
                  qPrintable(store.lastError()));
-}
-
-std::pair<int, QString> runConsole(const QStringList &args, QString *out = nullptr)
-{
-    QProcess p;
-    p.start(QStringLiteral(QARVO_CONSOLE_BIN), args);
-    if (!p.waitForFinished(60000) || p.exitStatus() != QProcess::NormalExit)
-        return {-1, QStringLiteral("did not finish")};
-    if (out)
-        *out = QString::fromUtf8(p.readAllStandardOutput());
-    return {p.exitCode(), QString::fromUtf8(p.readAllStandardError())};
 }
 
 } // namespace
