@@ -10,6 +10,7 @@ packages=(
   cmake ninja-build g++ pkg-config
   qt6-base-dev qt6-base-dev-tools qt6-svg-dev libqt6sql6-sqlite libqt6sql6-psql libgl-dev
   libbenchmark-dev
+  python3 python3-jsonschema
   postgresql
   fonts-dejavu-core
 )

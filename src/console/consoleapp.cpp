@@ -1,9 +1,6 @@
 #include "console/consoleapp.h"
 
-#include "conditions/conditioncheck.h"
 #include "console/consolewindow.h"
-#include "console/rulecheck.h"
-#include "console/historytext.h"
 #include "console/sampledata.h"
 #include "control/registration.h"
 #include "control/settings.h"
@@ -35,25 +32,6 @@ bool canShowBoxes()
 {
     const QString platform = QGuiApplication::platformName();
     return platform != QLatin1String("offscreen") && platform != QLatin1String("minimal");
-}
-
-// --check: problems on stdout, one a line, then the summary; 1 when anything was found.
-int printRuleCheck(SqlRuleStore &store)
-{
-    wql::Schema schema(catalogue::programDirectory());
-    RuleCheck check;
-    QString error;
-    if (!checkStoredRules(&store, schema, &check, &error)) {
-        printErr(QStringLiteral("qarvo-console: %1 %2").arg(error, store.lastError()).trimmed());
-        return 1;
-    }
-    if (!check.catalogueFound)
-        printErr(QStringLiteral("qarvo-console: no WMI class catalogue was found; only the WQL syntax "
-                                "was checked."));
-    for (const RuleProblem &p : check.problems)
-        std::printf("%s\n", qUtf8Printable(problemLine(p)));
-    std::printf("%s\n", qUtf8Printable(summaryLine(check)));
-    return check.problems.isEmpty() ? 0 : 1;
 }
 
 } // namespace
@@ -94,7 +72,27 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
     const QCommandLineOption unregistration(
         QStringLiteral("unregister"),
         QStringLiteral("Remove the control's registration from the manager's settings key and exit."));
-    parser.addOptions({help, database, view, screenshot, check, history, registration, unregistration});
+    const QCommandLineOption exportFile(
+        QStringLiteral("export"),
+        QStringLiteral("Write every rule of the store into the rule file (JSON) and exit."), QStringLiteral("file"));
+    const QCommandLineOption importFile(
+        QStringLiteral("import"),
+        QStringLiteral("Store the rules of the rule file and exit. A rule whose name is taken is left as it "
+                       "is and reported; nothing is written when the file has a fault."),
+        QStringLiteral("file"));
+    const QCommandLineOption replace(
+        QStringLiteral("replace"),
+        QStringLiteral("With --import: replace rules of the same name; the old ones stay in the history."));
+    const QCommandLineOption copyTo(
+        QStringLiteral("copy-to"),
+        QStringLiteral("Copy every rule and the history into the store at the location, print the counts "
+                       "copied and checked, and exit. A target that holds rules is refused."),
+        QStringLiteral("location"));
+    const QCommandLineOption merge(
+        QStringLiteral("merge"),
+        QStringLiteral("With --copy-to: add to a target that holds rules, leaving out the names it has."));
+    parser.addOptions({help, database, view, screenshot, check, history, exportFile, importFile, replace,
+                       copyTo, merge, registration, unregistration});
 
     if (!parser.parse(arguments)) {
         *message = parser.errorText();
@@ -142,8 +140,25 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
         }
     }
     o.check = parser.isSet(check);
-    // A location that cannot be right is reported here, before anything starts or is created.
     StoreLocation location;
+    o.exportFile = parser.value(exportFile);
+    o.importFile = parser.value(importFile);
+    o.replace = parser.isSet(replace);
+    o.copyTo = parser.value(copyTo);
+    o.merge = parser.isSet(merge);
+    const int commands = int(o.check) + int(o.history) + int(parser.isSet(exportFile))
+        + int(parser.isSet(importFile)) + int(parser.isSet(copyTo));
+    if (commands > 1) {
+        *message = QStringLiteral("--check, --history, --export, --import and --copy-to exclude each other.");
+        return ParseResult::Error;
+    }
+    if ((o.replace && !parser.isSet(importFile)) || (o.merge && !parser.isSet(copyTo))) {
+        *message = o.replace ? QStringLiteral("--replace goes with --import.") : QStringLiteral("--merge goes with --copy-to.");
+        return ParseResult::Error;
+    }
+    if (parser.isSet(copyTo) && !StoreLocation::parse(o.copyTo, &location, message))
+        return ParseResult::BadDatabase;
+    // A location that cannot be right is reported here, before anything starts or is created.
     if (!StoreLocation::parse(o.database, &location, message))
         return ParseResult::BadDatabase;
     *options = o;
@@ -161,7 +176,7 @@ bool prepareEnvironment(const Options &options)
 {
     if (qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         return true;
-    if (!options.screenshot.isEmpty() || options.check) {
+    if (!options.screenshot.isEmpty()) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
         return true;
     }
@@ -175,29 +190,6 @@ bool prepareEnvironment(const Options &options)
     }
 #endif
     return true;
-}
-
-int printHistory(const Options &options)
-{
-    // Looking at a store never creates one.
-    StoreLocation location;
-    StoreLocation::parse(options.database, &location, nullptr);
-    if (location.kind == StoreLocation::Kind::SQLite && !QFileInfo::exists(location.path)) {
-        printErr(QStringLiteral("qarvo-console: %1 does not exist.").arg(location.displayText()));
-        return 1;
-    }
-    SqlRuleStore store;
-    std::optional<QList<HistoryEntry>> history;
-    if (store.open(location))
-        history = store.history();
-    if (!history) {
-        printErr(QStringLiteral("qarvo-console: %1").arg(store.lastError()));
-        return 1;
-    }
-    for (const HistoryEntry &entry : *history)
-        std::printf("%s\n", qUtf8Printable(historyLine(entry)));
-    std::fflush(stdout);
-    return 0;
 }
 
 int changeRegistration(bool install, QString *message)
@@ -241,8 +233,6 @@ int run(const Options &options)
                                       ui::MessageIcon::Critical});
         return 1;
     }
-    if (options.check)
-        return printRuleCheck(store);
     if (store.createdOnOpen()) {
         QString error;
         if (addSampleRules(store, &error) < 0)

@@ -15,6 +15,11 @@ struct Options
     QString screenshot; // render to this PNG and exit
     bool check = false; // list the stored rules that the catalogue or the WQL grammar faults, and exit
     bool history = false; // print the rule history and exit
+    QString exportFile;   // write every rule into this rule file and exit
+    QString importFile;   // store the rules of this rule file and exit
+    bool replace = false; // importing: rules of the same name are replaced, not kept
+    QString copyTo;       // copy every rule and the history into this store and exit
+    bool merge = false;   // copying: a target that holds rules is added to
 };
 
 enum class ParseResult { Run, Help, Error, BadDatabase, Register, Unregister };
@@ -31,9 +36,6 @@ void setIdentity();
 // window.
 bool prepareEnvironment(const Options &options);
 
-// Prints the rule history of the store, one version a line; needs no display. Returns the exit
-// code.
-int printHistory(const Options &options);
 // --register / --unregister: writes or removes the control's registration under the manager's
 // settings key, for hosts that look the control up there. Returns the exit code; `message` says
 // what was written or removed where, or why nothing was.

@@ -4,7 +4,9 @@
 #include "console/rulecheck.h"
 #include "console/rulecheckdialog.h"
 #include "console/historydialog.h"
+#include "console/transferactions.h"
 #include "console/usagedialog.h"
+#include "console/usagepanel.h"
 #include "control/qarvoctrl.h"
 #include "control/sheets.h"
 #include "dataservice/calls.h"
@@ -153,6 +155,16 @@ void ConsoleWindow::createActions()
                      images::icon(images::WmiRule));
     QAction *quit = make(QStringLiteral("E&xit"), QStringLiteral("actionExit"),
                          QKeySequence(Qt::CTRL | Qt::Key_Q), QStringLiteral("Close the console"));
+    QAction *exportAll = make(QStringLiteral("&Export Rules…"), QStringLiteral("actionExportRules"),
+                              QKeySequence(Qt::CTRL | Qt::Key_E), QStringLiteral("Write every rule into a rule file"));
+    QAction *exportOne = make(QStringLiteral("Export &Selected Rule…"), QStringLiteral("actionExportSelectedRule"),
+                              QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E),
+                              QStringLiteral("Write the selected rule into a rule file"));
+    QAction *importFile = make(QStringLiteral("&Import Rules…"), QStringLiteral("actionImportRules"),
+                               QKeySequence(Qt::CTRL | Qt::Key_I), QStringLiteral("Store the rules of a rule file"));
+    QAction *usage = make(QStringLiteral("Rule &Usage…"), QStringLiteral("actionRuleUsage"),
+                          QKeySequence(Qt::CTRL | Qt::Key_U),
+                          QStringLiteral("Show the rules that use the selected rule and the rules it uses"));
     QAction *about = new QAction(QStringLiteral("&About qarvo console"), this);
     about->setObjectName(QStringLiteral("actionAbout"));
 
@@ -173,8 +185,16 @@ void ConsoleWindow::createActions()
     connect(m_wmiView, &QAction::triggered, this, [this] { showView(category::WMI); });
     connect(quit, &QAction::triggered, this, &QWidget::close);
     connect(about, &QAction::triggered, this, &ConsoleWindow::about);
+    connect(exportAll, &QAction::triggered, this, &ConsoleWindow::exportRules);
+    connect(exportOne, &QAction::triggered, this, &ConsoleWindow::exportSelectedRule);
+    connect(importFile, &QAction::triggered, this, &ConsoleWindow::importRules);
+    connect(usage, &QAction::triggered, this, &ConsoleWindow::showUsage);
 
     QMenu *file = menuBar()->addMenu(QStringLiteral("&File"));
+    file->addAction(exportAll);
+    file->addAction(exportOne);
+    file->addAction(importFile);
+    file->addSeparator();
     file->addAction(quit);
     QMenu *action = menuBar()->addMenu(QStringLiteral("&Action"));
     action->addAction(newWmi);
@@ -182,6 +202,7 @@ void ConsoleWindow::createActions()
     action->addAction(newNaqc);
     action->addSeparator();
     action->addAction(reference);
+    action->addAction(usage);
     action->addAction(check);
     action->addAction(history);
     action->addSeparator();
@@ -203,7 +224,7 @@ void ConsoleWindow::createActions()
     bar->addAction(refresh);
 
     if (m_store->isReadOnly()) {
-        for (QAction *a : {newWmi, newWql, newNaqc, reference}) {
+        for (QAction *a : {newWmi, newWql, newNaqc, reference, importFile}) {
             a->setEnabled(false);
             a->setStatusTip(QStringLiteral("The rule store is read-only"));
         }
@@ -301,6 +322,36 @@ void ConsoleWindow::showHistory()
     dialog.exec();
     if (dialog.changedStore())
         m_ctrl->RefreshList();
+}
+
+void ConsoleWindow::exportRules()
+{
+    exportRulesInteractively(this, m_store, std::nullopt);
+}
+
+void ConsoleWindow::exportSelectedRule()
+{
+    if (const std::optional<SelectedRule> rule = selectedRule(m_ctrl))
+        exportRulesInteractively(this, m_store, rule);
+    else
+        statusBar()->showMessage(QStringLiteral("Select a rule to export first"), 5000);
+}
+
+void ConsoleWindow::importRules()
+{
+    if (importRulesInteractively(this, m_store))
+        m_ctrl->RefreshList();
+}
+
+void ConsoleWindow::showUsage()
+{
+    const std::optional<SelectedRule> rule = selectedRule(m_ctrl);
+    if (!rule) {
+        statusBar()->showMessage(QStringLiteral("Select a rule to see where it is used"), 5000);
+        return;
+    }
+    RuleUsageDialog dialog(m_store, rule->category, rule->id, this);
+    dialog.exec();
 }
 
 void ConsoleWindow::about()

@@ -45,6 +45,10 @@ public Q_SLOTS:
     void addRuleReference();
     void checkRules();
     void showHistory();
+    void exportRules();
+    void exportSelectedRule();
+    void importRules();
+    void showUsage();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;

@@ -1,4 +1,5 @@
 #include "console/consoleapp.h"
+#include "console/storecommands.h"
 
 #include <QApplication>
 
@@ -39,9 +40,9 @@ int main(int argc, char *argv[])
     case ParseResult::Run:
         break;
     }
-    if (options.history) {
+    if (isStoreCommand(options)) {
         QCoreApplication app(argc, argv);
-        return printHistory(options);
+        return runStoreCommand(options);
     }
     if (!prepareEnvironment(options))
         return 2;

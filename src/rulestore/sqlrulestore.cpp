@@ -8,6 +8,7 @@
 #include "rulestore/storereservations.h"
 #include "rulestore/storerules.h"
 #include "rulestore/storeschema.h"
+#include "rulestore/storetransfer.h"
 
 #include <QAtomicInteger>
 #include <QDir>
@@ -355,6 +356,42 @@ qint32 SqlRuleStore::addRuleUsage(qint16 userCategory, const QString &userId, qi
                        " VALUES (?, ?, ?, ?)",
                        {int(userCat), id, int(usedCat), name});
     });
+}
+
+qint32 SqlRuleStore::removeRuleUsage(qint16 userCategory, const QString &userId, qint16 usedCategory,
+                                     const QString &usedName)
+{
+    const ArgList args = {userId, userCategory, usedName, usedCategory};
+    return transact(true, [&] {
+        store::checkStorable(args);
+        store::removeUsage(d->db, store::categoryArg(args, 1), store::ruleIdArg(args, 0),
+                           store::categoryArg(args, 3), store::ruleNameArg(args, 2));
+    });
+}
+
+std::optional<QList<RuleSnapshot>> SqlRuleStore::allRules()
+{
+    std::optional<QList<RuleSnapshot>> out;
+    transact(false, [&] { out = store::readAllRules(d->db); });
+    return out;
+}
+
+std::optional<StoreCopyCounts> SqlRuleStore::copyTo(SqlRuleStore &target, bool merge)
+{
+    QList<RuleSnapshot> rules;
+    QList<store::StoredVersion> versions;
+    // One read transaction: the rules and the history agree with each other.
+    if (failed(transact(false, [&] {
+            rules = store::readAllRules(d->db);
+            versions = store::readVersions(d->db);
+        })))
+        return std::nullopt;
+    std::optional<StoreCopyCounts> out;
+    target.transact(true, [&] {
+        const store::CopyResult r = store::copyInto(target.d->db, rules, versions, merge);
+        out = StoreCopyCounts{r.rules, r.versions, r.checked, r.skipped};
+    });
+    return out;
 }
 
 std::optional<RuleSnapshot> SqlRuleStore::rule(qint16 category, const QString &ruleId)

@@ -11,11 +11,21 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 #include <optional>
 
 namespace qarvo {
+
+// What SqlRuleStore::copyTo() wrote.
+struct StoreCopyCounts
+{
+    int rules = 0;       // rules copied
+    int versions = 0;    // history versions copied
+    int checked = 0;     // rules read back from the target and found equal
+    QStringList skipped; // rules left out because the target had one of that name (merging)
+};
 
 // A store belongs to the thread that opened it, like the database connection under it. Several
 // stores, in one process or in many, may share one database; keys, constraints and reservations
@@ -58,6 +68,20 @@ public:
     // `usedCategory`. Both rules must exist. Returns a status like call().
     qint32 addRuleUsage(qint16 userCategory, const QString &userId, qint16 usedCategory,
                         const QString &usedName);
+
+    // Ends the reference addRuleUsage() recorded; adding it again brings it back. Returns a
+    // status like call(); a reference that does not exist fails.
+    qint32 removeRuleUsage(qint16 userCategory, const QString &userId, qint16 usedCategory,
+                           const QString &usedName);
+
+    // Every rule of both categories, NAQC rules first, each category ordered by name the same way
+    // on every database; nothing when the store cannot be read.
+    std::optional<QList<RuleSnapshot>> allRules();
+    // Copies every rule and every history version into `target`, in one transaction there. A
+    // target that holds rules is refused unless `merge`, which leaves out the rules whose names
+    // it holds and gives a free id to those whose ids it holds. Each rule written is read back
+    // and compared. Nothing on failure; target.lastError() or lastError() says why.
+    std::optional<StoreCopyCounts> copyTo(SqlRuleStore &target, bool merge);
 
     // The whole rule stored under `ruleId` (isEmpty() when nothing is); nothing when it cannot
     // be read, and lastError() says why.

@@ -47,6 +47,19 @@ HistoryEvent eventOf(const QString &code)
     return HistoryEvent::Deleted;
 }
 
+RestoreResult answer(RestoreResult::Outcome outcome, const RuleSnapshot &rule, const QString &message)
+{
+    RestoreResult r;
+    r.outcome = outcome;
+    r.category = rule.category;
+    r.ruleId = rule.id;
+    r.ruleName = rule.name;
+    r.message = message;
+    return r;
+}
+
+} // namespace
+
 // A free id for a version whose own id is held: where the control itself would draw one, or
 // above every id in use when that range is full.
 int drawFreeId(StoreDb &db, qint16 cat, qint64 now)
@@ -62,19 +75,6 @@ int drawFreeId(StoreDb &db, qint16 cat, qint64 now)
     }
     return id;
 }
-
-RestoreResult answer(RestoreResult::Outcome outcome, const RuleSnapshot &rule, const QString &message)
-{
-    RestoreResult r;
-    r.outcome = outcome;
-    r.category = rule.category;
-    r.ruleId = rule.id;
-    r.ruleName = rule.name;
-    r.message = message;
-    return r;
-}
-
-} // namespace
 
 } // namespace qarvo::store
 

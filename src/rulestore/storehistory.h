@@ -20,6 +20,10 @@ RuleSnapshot versionContent(StoreDb &db, qint64 version);
 // The newest version deleted from the list, or 0.
 qint64 lastDeletedVersion(StoreDb &db);
 
+// A free id of the category: where the control itself would draw one, or above every id in use
+// when that range is full.
+int drawFreeId(StoreDb &db, qint16 category, qint64 now);
+
 RestoreResult restoreVersion(StoreDb &db, qint64 version, RestoreId idChoice, const QString &newName);
 
 // Removes the versions older than `days` days (0: every version); answers how many went.

@@ -8,6 +8,7 @@
 #include "control/settings.h"
 #include "control/sheets.h"
 #include "dataservice/calls.h"
+#include "consoleprocess.h"
 #include "dialogdriver.h"
 #include "rulestore/sqlrulestore.h"
 
@@ -16,7 +17,10 @@
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QLabel>
+#include <QFileDialog>
 #include <QLineEdit>
+#include <QListWidget>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
@@ -78,19 +82,6 @@ void keepScreenshot(QWidget *widget, const char *suffix)
 {
     if (qEnvironmentVariableIsSet("QARVO_KEEP_SCREENSHOT"))
         widget->grab().save(qEnvironmentVariable("QARVO_KEEP_SCREENSHOT") + QLatin1String(suffix));
-}
-
-// Runs qarvo-console to the end; answers its exit code and what it wrote to stderr (and to
-// stdout into `out`).
-std::pair<int, QString> runConsole(const QStringList &args, QString *out = nullptr)
-{
-    QProcess p;
-    p.start(QStringLiteral(QARVO_CONSOLE_BIN), args);
-    if (!p.waitForFinished(60000) || p.exitStatus() != QProcess::NormalExit)
-        return {-1, QStringLiteral("did not finish")};
-    if (out)
-        *out = QString::fromUtf8(p.readAllStandardOutput());
-    return {p.exitCode(), QString::fromUtf8(p.readAllStandardError())};
 }
 
 } // namespace
@@ -308,6 +299,58 @@ private Q_SLOTS:
         QTest::keyClick(w.get(), Qt::Key_R, Qt::ControlModifier | Qt::ShiftModifier);
         QVERIFY(okWasDisabledForTheSameRule);
         QCOMPARE(usersOf(m_store.get(), QStringLiteral("No Disk Shares")), QStringList{"Branch Dial-Up"});
+    }
+
+    // Where a rule is used, from the selected row; removing a reference lets the rule go.
+    void usagePanelRemovesAReference()
+    {
+        auto w = window(category::WMI);
+        QAbstractItemView *list = ruleList(*w);
+        list->setCurrentIndex(list->model()->index(2, 0)); // Service Pack Level
+        QStringList shown;
+        whenModalShown([&](QWidget *dialog) {
+            auto *usedBy = child<QListWidget>(dialog, "usedByList");
+            auto *remove = child<QPushButton>(dialog, "removeReferenceButton");
+            for (int i = 0; i < usedBy->count(); ++i)
+                shown.append(usedBy->item(i)->text());
+            shown.append(child<QListWidget>(dialog, "usesList")->item(0)->text());
+            keepScreenshot(dialog, ".usage.png");
+            QVERIFY(!remove->isEnabled());
+            usedBy->setCurrentRow(0);
+            whenModalShown([](QWidget *question) {
+                qobject_cast<QMessageBox *>(question)->button(QMessageBox::Yes)->click();
+            });
+            remove->click();
+            QCOMPARE(usedBy->count(), 1);
+            dialog->close();
+        });
+        QTest::keyClick(w.get(), Qt::Key_U, Qt::ControlModifier);
+        QCOMPARE(shown, (QStringList{"VPN Baseline (NAQC)", "Workstation Check (WMI)", "(it uses no rule)"}));
+        QCOMPARE(usersOf(m_store.get(), QStringLiteral("Service Pack Level")), QStringList{"Workstation Check"});
+        // Adding it again undoes the removal.
+        QVERIFY(!failed(m_store->addRuleUsage(category::NAQC, ruleIdText(201), category::WMI, "Service Pack Level")));
+    }
+
+    // File > Export Rules… and Import Rules…: a deleted rule comes back, the others stay as they are.
+    void rulesTravelThroughTheFileMenu()
+    {
+        auto w = window(category::WMI);
+        const QString path = m_dir->filePath(QStringLiteral("all.json"));
+        whenModalShown([&](QWidget *dialog) {
+            auto *files = qobject_cast<QFileDialog *>(dialog);
+            files->selectFile(path);
+            QMetaObject::invokeMethod(files, "accept");
+        });
+        QTest::keyClick(w.get(), Qt::Key_E, Qt::ControlModifier);
+        QVERIFY(QFile::exists(path));
+        QVERIFY(!failed(calls::DelWMIRule(m_store.get(), ruleIdText(104), 1)));
+        FileDialogAnswer answer({path});
+        MessageCatcher catcher;
+        child(w.get(), "actionImportRules")->trigger(); // the file dialog took the focus
+        QCOMPARE(catcher.texts().size(), 1);
+        QVERIFY2(catcher.texts().first().endsWith(QLatin1String("1 added, 0 replaced, 6 unchanged, 0 left as they were.")),
+                 qPrintable(catcher.texts().first()));
+        QTRY_COMPARE(ruleList(*w)->model()->rowCount(), 5);
     }
 
     // The whole road: the rule list, the real property sheet, and the store underneath.
