@@ -140,6 +140,7 @@ CPaneDown::CPaneDown(QWidget *parent) : QWidget(parent)
 
     m_list = new QTreeWidget(this);
     m_list->setObjectName(QStringLiteral("detailList"));
+    m_list->setAccessibleName(QStringLiteral("Rule details"));
     m_list->setRootIsDecorated(false);
     m_list->setItemsExpandable(false);
     m_list->setUniformRowHeights(true);

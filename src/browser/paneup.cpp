@@ -77,6 +77,11 @@ void RuleListView::keyPressEvent(QKeyEvent *event)
         event->accept();
         return;
     }
+    if (event->key() == Qt::Key_Delete && event->modifiers() == Qt::NoModifier) {
+        Q_EMIT deleteKey();
+        event->accept();
+        return;
+    }
     if (event->key() == Qt::Key_F10 && event->modifiers() == Qt::ShiftModifier) {
         QContextMenuEvent menu(QContextMenuEvent::Keyboard, QPoint(), QPoint());
         contextMenuEvent(&menu);
@@ -92,6 +97,9 @@ CPaneUP::CPaneUP(CPaneDown *paneDown, QWidget *parent) : QWidget(parent), m_pane
     m_model = new RuleListModel(this);
     m_list = new RuleListView(this);
     m_list->setObjectName(QStringLiteral("ruleList"));
+    m_list->setAccessibleName(QStringLiteral("Rules"));
+    m_list->setAccessibleDescription(QStringLiteral("Enter opens the selected rule's properties; Delete "
+                                                    "deletes it; the menu key offers both"));
     m_list->setModel(m_model);
     // Tens of thousands of rules: one row height for all lets the view skip measuring rows.
     m_list->setUniformRowHeights(true);
@@ -110,6 +118,7 @@ CPaneUP::CPaneUP(CPaneDown *paneDown, QWidget *parent) : QWidget(parent), m_pane
 
     m_description = new QPlainTextEdit(this);
     m_description->setObjectName(QStringLiteral("description"));
+    m_description->setAccessibleName(QStringLiteral("About these rules"));
     m_description->setReadOnly(true);
     m_description->setTabChangesFocus(true);
     m_description->setLineWrapMode(QPlainTextEdit::WidgetWidth);
@@ -143,6 +152,8 @@ CPaneUP::CPaneUP(CPaneDown *paneDown, QWidget *parent) : QWidget(parent), m_pane
     connect(m_list, &RuleListView::doubleClickedAnywhere, this, &CPaneUP::openProperties);
     connect(m_list, &RuleListView::propertiesKey, this, &CPaneUP::openProperties);
     connect(m_list, &RuleListView::contextMenuWanted, this, &CPaneUP::onContextMenu);
+    // The key is the menu's Delete without the menu: the same usage check, no question.
+    connect(m_list, &RuleListView::deleteKey, this, [this] { runCommand(CommandDelete); });
 
     setFocusProxy(m_list);
     setTabOrder(m_list, m_description);

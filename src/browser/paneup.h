@@ -28,6 +28,7 @@ Q_SIGNALS:
     // `row` is -1 when the click hit no row.
     void contextMenuWanted(int row, const QPoint &globalPos);
     void propertiesKey();
+    void deleteKey();
 
 protected:
     void mouseDoubleClickEvent(QMouseEvent *event) override;

@@ -34,7 +34,7 @@ CArrayInputDlg::CArrayInputDlg(QWidget *parent) : QDialog(parent)
     setWindowTitle(QStringLiteral("Input Data"));
     setObjectName(QStringLiteral("CArrayInputDlg"));
 
-    auto *label = new QLabel(QStringLiteral("Value"), this);
+    auto *label = new QLabel(QStringLiteral("&Value"), this);
     m_value = new QLineEdit(this);
     m_value->setObjectName(QStringLiteral("valueEdit"));
     label->setBuddy(m_value);
@@ -77,10 +77,11 @@ CArrayDlg::CArrayDlg(QWidget *parent) : QDialog(parent)
 
     m_list = new QTableWidget(0, 2, this);
     m_list->setObjectName(QStringLiteral("arrayList"));
+    m_list->setAccessibleName(QStringLiteral("Values of the array"));
     m_list->setHorizontalHeaderLabels({QStringLiteral("Num"), QStringLiteral("Value")});
     m_list->setColumnWidth(0, 50);
     m_list->setColumnWidth(1, 150);
-    m_list->horizontalHeader()->setStretchLastSection(true);
+    m_list->horizontalHeader()->setStretchLastSection(false);
     m_list->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     m_list->horizontalHeader()->setHighlightSections(false);
     m_list->verticalHeader()->hide();

@@ -168,9 +168,13 @@ CWMIDlg::CWMIDlg(QWidget *parent) : QDialog(parent)
 
     // Class side: description, namespace and the field list of the selected class.
     auto *classSide = new QGridLayout;
-    classSide->addWidget(new QLabel(QStringLiteral("Description:"), this), 0, 0, Qt::AlignTop);
+    auto *descriptionLabel = new QLabel(QStringLiteral("&Description:"), this);
+    descriptionLabel->setBuddy(m_description);
+    auto *nameSpaceLabel = new QLabel(QStringLiteral("Na&mespace:"), this);
+    nameSpaceLabel->setBuddy(m_nameSpace);
+    classSide->addWidget(descriptionLabel, 0, 0, Qt::AlignTop);
     classSide->addWidget(m_description, 0, 1);
-    classSide->addWidget(new QLabel(QStringLiteral("Namespace:"), this), 1, 0);
+    classSide->addWidget(nameSpaceLabel, 1, 0);
     classSide->addWidget(m_nameSpace, 1, 1);
     classSide->addWidget(m_fields, 2, 0, 1, 2);
     classSide->setRowStretch(2, 1);
@@ -186,12 +190,21 @@ CWMIDlg::CWMIDlg(QWidget *parent) : QDialog(parent)
     typeCell->addWidget(m_type, 2);
     typeCell->addWidget(m_units, 1);
 
-    auto *fieldLabel = new QLabel(QStringLiteral("Field"), this);
-    auto *typeLabel = new QLabel(QStringLiteral("Type"), this);
-    auto *conditionLabel = new QLabel(QStringLiteral("Condition"), this);
+    auto *fieldLabel = new QLabel(QStringLiteral("Fi&eld"), this);
+    fieldLabel->setBuddy(m_field);
+    auto *typeLabel = new QLabel(QStringLiteral("T&ype"), this);
+    typeLabel->setBuddy(m_type);
+    auto *conditionLabel = new QLabel(QStringLiteral("&Condition"), this);
     conditionLabel->setBuddy(m_condition);
-    auto *valueLabel = new QLabel(QStringLiteral("Value"), this);
+    auto *valueLabel = new QLabel(QStringLiteral("&Value"), this);
     valueLabel->setBuddy(m_value);
+    // The lists and the controls that share a label with another one are named on their own.
+    m_tree->setAccessibleName(QStringLiteral("WMI classes"));
+    m_fields->setAccessibleName(QStringLiteral("Fields of the class"));
+    m_fieldDescription->setAccessibleName(QStringLiteral("Field description"));
+    m_units->setAccessibleName(QStringLiteral("Units"));
+    m_valueList->setAccessibleName(QStringLiteral("Value"));
+    m_array->setAccessibleDescription(QStringLiteral("Edit the values of the array"));
     auto *conditionSide = new QGridLayout;
     conditionSide->addWidget(fieldLabel, 0, 0);
     conditionSide->addWidget(m_field, 0, 1);

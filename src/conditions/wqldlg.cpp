@@ -134,13 +134,13 @@ CWQLDlg::CWQLDlg(QWidget *parent) : QDialog(parent)
 
     auto *query = new QGroupBox(QStringLiteral("Query"), this);
     auto *queryGrid = new QGridLayout(query);
-    queryGrid->addWidget(label(QStringLiteral("NameSpace"), m_nameSpace), 0, 0);
+    queryGrid->addWidget(label(QStringLiteral("&NameSpace"), m_nameSpace), 0, 0);
     queryGrid->addWidget(m_nameSpace, 0, 1);
-    queryGrid->addWidget(label(QStringLiteral("SELECT"), m_select), 1, 0);
+    queryGrid->addWidget(label(QStringLiteral("&SELECT"), m_select), 1, 0);
     queryGrid->addWidget(m_select, 1, 1);
-    queryGrid->addWidget(label(QStringLiteral("FROM"), m_from), 2, 0);
+    queryGrid->addWidget(label(QStringLiteral("F&ROM"), m_from), 2, 0);
     queryGrid->addWidget(m_from, 2, 1);
-    queryGrid->addWidget(label(QStringLiteral("WHERE"), m_where), 3, 0, Qt::AlignTop);
+    queryGrid->addWidget(label(QStringLiteral("&WHERE"), m_where), 3, 0, Qt::AlignTop);
     queryGrid->addWidget(m_where, 3, 1);
 
     m_adviceIcon = new QLabel(this);
@@ -163,9 +163,9 @@ CWQLDlg::CWQLDlg(QWidget *parent) : QDialog(parent)
     testGrid->addWidget(m_countCondition, 0, 1);
     testGrid->addWidget(m_count, 0, 2, 1, 2);
     testGrid->addWidget(m_valueMode, 1, 0);
-    testGrid->addWidget(label(QStringLiteral("Field"), m_field), 1, 1);
+    testGrid->addWidget(label(QStringLiteral("Fiel&d"), m_field), 1, 1);
     testGrid->addWidget(m_field, 1, 2, 1, 2);
-    testGrid->addWidget(label(QStringLiteral("Field Type"), m_fieldType), 2, 1);
+    testGrid->addWidget(label(QStringLiteral("Field &Type"), m_fieldType), 2, 1);
     testGrid->addWidget(m_fieldType, 2, 2, 1, 2);
     auto *valueCell = new QHBoxLayout;
     valueCell->setContentsMargins(0, 0, 0, 0);
@@ -175,6 +175,13 @@ CWQLDlg::CWQLDlg(QWidget *parent) : QDialog(parent)
     testGrid->addLayout(valueCell, 3, 2, 1, 2);
     testGrid->setColumnStretch(2, 1);
     m_countCondition->setMinimumWidth(90);
+    // These controls have no label of their own; a screen reader would otherwise read them all
+    // by the group's title.
+    m_countCondition->setAccessibleName(QStringLiteral("Count comparison"));
+    m_count->setAccessibleName(QStringLiteral("Number of objects"));
+    m_valueCondition->setAccessibleName(QStringLiteral("Value comparison"));
+    m_value->setAccessibleName(QStringLiteral("Value"));
+    m_valueChoice->setAccessibleName(QStringLiteral("Value"));
     m_valueCondition->setMinimumWidth(90);
 
     auto *buttons = new QHBoxLayout;

@@ -5,6 +5,7 @@
 #include "console/rulecheckdialog.h"
 #include "console/historydialog.h"
 #include "console/transferactions.h"
+#include "console/rulewatch.h"
 #include "console/usagedialog.h"
 #include "console/usagepanel.h"
 #include "control/qarvoctrl.h"
@@ -14,10 +15,12 @@
 #include "resources/ui.h"
 #include "rulestore/sqlrulestore.h"
 
+#include <QAbstractItemView>
 #include <QAction>
 #include <QActionGroup>
 #include <QApplication>
 #include <QEvent>
+#include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
@@ -25,6 +28,7 @@
 #include <QSplitter>
 #include <QStatusBar>
 #include <QStyle>
+#include <QTimer>
 #include <QToolBar>
 #include <QTreeWidget>
 
@@ -32,16 +36,44 @@ namespace qarvo::console {
 
 namespace {
 constexpr int ViewRole = Qt::UserRole + 1;
+// Long enough to read what happened; the view's name comes back afterwards.
+constexpr int StatusTimeout = 15000;
+
+// The title has little room: the file or the database, never the whole location.
+QString briefName(const StoreLocation &location)
+{
+    if (location.kind == StoreLocation::Kind::PostgreSQL)
+        return location.database;
+    return QFileInfo(location.path).fileName();
 }
+
+// Names by id of the stored rules of one category, read from the store itself: the console
+// compares them around a wizard without asking the control anything.
+QHash<QString, QString> storedRules(DataService *store, qint16 category)
+{
+    QHash<QString, QString> names;
+    Reply reply = category == category::NAQC ? calls::GetRQCRule(store) : calls::GetWMIRules(store);
+    if (reply.failed())
+        return names;
+    guardAction([&] {
+        forEachRow(reply, [&](RowReader &row) {
+            names.insert(row.text(QStringLiteral("rule_id")), row.text(QStringLiteral("rule_name")));
+        });
+    });
+    return names;
+}
+} // namespace
 
 ConsoleWindow::ConsoleWindow(SqlRuleStore *store, qint16 view, DataService *service,
                              QWidget *parent)
-    : QMainWindow(parent), m_store(store), m_service(service ? service : store)
+    : QMainWindow(parent), m_store(store),
+      m_watch(std::make_unique<RuleWatch>(store, service ? service : store))
 {
+    m_watch->onChange = [this](const RuleChange &change) { ruleChanged(change); };
     setObjectName(QStringLiteral("consoleWindow"));
     // Ends with the application's display name, which some platforms would otherwise append.
     const QString readOnly = store->isReadOnly() ? QStringLiteral(" (read-only)") : QString();
-    setWindowTitle(QStringLiteral("%1%2 \u2014 qarvo console").arg(store->location().displayText(), readOnly));
+    setWindowTitle(QStringLiteral("%1%2 \u2014 qarvo console").arg(briefName(store->location()), readOnly));
     setWindowIcon(images::icon(images::WmiRule));
 
     createScopeTree();
@@ -63,6 +95,7 @@ ConsoleWindow::ConsoleWindow(SqlRuleStore *store, qint16 view, DataService *serv
     setCentralWidget(splitter);
 
     createActions();
+    createEditMenu();
 
     m_viewLabel = new QLabel;
     m_viewLabel->setObjectName(QStringLiteral("viewLabel"));
@@ -84,6 +117,7 @@ void ConsoleWindow::createScopeTree()
 {
     m_scope = new QTreeWidget;
     m_scope->setObjectName(QStringLiteral("scopeTree"));
+    m_scope->setAccessibleName(QStringLiteral("Rule views"));
     m_scope->setHeaderHidden(true);
     m_scope->setRootIsDecorated(true);
     m_scope->setMinimumWidth(150);
@@ -243,7 +277,7 @@ void ConsoleWindow::showView(qint16 view)
     m_ctrl->setObjectName(QStringLiteral("qarvoCtrl"));
     m_ctrl->setGeometry(m_host->rect());
     m_ctrl->setViewType(view);
-    m_ctrl->ShowPane(m_service, QString::fromLatin1(Edition), 1, 0);
+    m_ctrl->ShowPane(dataService(), QString::fromLatin1(Edition), 1, 0);
     m_ctrl->show();
 
     const bool naqc = view == category::NAQC;
@@ -254,27 +288,119 @@ void ConsoleWindow::showView(qint16 view)
     m_viewLabel->setText(naqc ? QStringLiteral("NAQC Rules") : QStringLiteral("WMI Rules"));
 }
 
-void ConsoleWindow::afterSheet(short result, qint16 category)
+DataService *ConsoleWindow::dataService() const
+{
+    return m_watch.get();
+}
+
+void ConsoleWindow::afterSheet(short result, qint16 category, const QHash<QString, QString> &before)
 {
     // The sheets never refresh the list; the host does, after every one of them.
     m_ctrl->RefreshList();
-    if (result == SheetDone && category != m_view)
+    if (result != SheetDone)
+        return;
+    if (category != m_view)
         showView(category);
+    const QHash<QString, QString> after = storedRules(m_store, category);
+    for (auto it = after.cbegin(); it != after.cend(); ++it) {
+        if (before.contains(it.key()))
+            continue;
+        selectRule(it.value());
+        statusBar()->showMessage(QStringLiteral("Rule '%1' created").arg(it.value()), StatusTimeout);
+        return;
+    }
 }
 
 void ConsoleWindow::newWMIRule()
 {
-    afterSheet(m_ctrl->ShowWMIRuleWzd(m_service), category::WMI);
+    const auto before = storedRules(m_store, category::WMI);
+    afterSheet(m_ctrl->ShowWMIRuleWzd(dataService()), category::WMI, before);
 }
 
 void ConsoleWindow::newWQLRule()
 {
-    afterSheet(m_ctrl->ShowWQLRuleWzd(m_service), category::WMI);
+    const auto before = storedRules(m_store, category::WMI);
+    afterSheet(m_ctrl->ShowWQLRuleWzd(dataService()), category::WMI, before);
 }
 
 void ConsoleWindow::newNAQCRule()
 {
-    afterSheet(m_ctrl->ShowRQCRuleWzd(m_service), category::NAQC);
+    const auto before = storedRules(m_store, category::NAQC);
+    afterSheet(m_ctrl->ShowRQCRuleWzd(dataService()), category::NAQC, before);
+}
+
+void ConsoleWindow::createEditMenu()
+{
+    m_undoDelete = new QAction(QStringLiteral("&Undo Delete"), this);
+    m_undoDelete->setObjectName(QStringLiteral("actionUndoDelete"));
+    m_undoDelete->setShortcut(QKeySequence::Undo);
+    m_undoDelete->setStatusTip(QStringLiteral("Bring back the rule deleted last from the list"));
+    m_undoDelete->setEnabled(false);
+    connect(m_undoDelete, &QAction::triggered, this, &ConsoleWindow::undoDelete);
+    auto *edit = new QMenu(QStringLiteral("&Edit"), menuBar());
+    edit->setObjectName(QStringLiteral("editMenu"));
+    edit->addAction(m_undoDelete);
+    // Between File and the rest, where every desktop tool keeps it.
+    const QList<QAction *> menus = menuBar()->actions();
+    menuBar()->insertMenu(menus.size() > 1 ? menus.at(1) : nullptr, edit);
+}
+
+void ConsoleWindow::ruleChanged(const RuleChange &change)
+{
+    if (change.kind == RuleChange::Kind::Deleted) {
+        ++m_undoableDeletes;
+        m_undoDelete->setEnabled(!m_store->isReadOnly());
+        statusBar()->showMessage(QStringLiteral("Rule '%1' deleted").arg(change.oldName), StatusTimeout);
+        return;
+    }
+    statusBar()->showMessage(change.name == change.oldName
+                                 ? QStringLiteral("Rule '%1' saved").arg(change.name)
+                                 : QStringLiteral("Rule '%1' renamed to '%2'").arg(change.oldName, change.name),
+                             StatusTimeout);
+    // The control is about to load its list again; the rule is selected once it has.
+    QTimer::singleShot(0, this, [this, name = change.name] { selectRule(name); });
+}
+
+void ConsoleWindow::undoDelete()
+{
+    if (m_undoableDeletes == 0)
+        return;
+    const RestoreResult r = m_store->restoreLastDeleted();
+    if (r.outcome == RestoreResult::Outcome::NameTaken) {
+        ui::showMessage(this, {QStringLiteral("qarvo console"),
+                               QStringLiteral("Another rule is named '%1' now, so the deleted rule was not "
+                                              "brought back. Rule History can bring it back under "
+                                              "another name.").arg(r.ruleName),
+                               ui::MessageIcon::Information});
+        return;
+    }
+    if (r.outcome != RestoreResult::Outcome::Restored) {
+        ui::showMessage(this, {QStringLiteral("qarvo console"),
+                               QStringLiteral("The deleted rule was not brought back: %1")
+                                   .arg(r.message.isEmpty() ? m_store->lastError() : r.message),
+                               ui::MessageIcon::Critical});
+        return;
+    }
+    m_undoDelete->setEnabled(--m_undoableDeletes > 0);
+    if (r.category != m_view)
+        showView(r.category);
+    else
+        m_ctrl->RefreshList();
+    selectRule(r.ruleName);
+    statusBar()->showMessage(QStringLiteral("Rule '%1' restored").arg(r.ruleName), StatusTimeout);
+}
+
+void ConsoleWindow::selectRule(const QString &name)
+{
+    auto *list = m_ctrl ? m_ctrl->findChild<QAbstractItemView *>(QStringLiteral("ruleList")) : nullptr;
+    if (!list || !list->model())
+        return;
+    const QModelIndexList hits = list->model()->match(list->model()->index(0, 0), Qt::DisplayRole, name, 1,
+                                                      Qt::MatchExactly);
+    if (hits.isEmpty())
+        return;
+    list->setCurrentIndex(hits.first());
+    list->scrollTo(hits.first());
 }
 
 void ConsoleWindow::refresh()

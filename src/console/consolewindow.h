@@ -3,7 +3,10 @@
 // The console's main window: a scope tree with the two rule views on the left, the control on the
 // right, and the actions a host offers around it.
 
+#include <QHash>
 #include <QMainWindow>
+
+#include <memory>
 
 class CqarvoCtrl;
 class QAction;
@@ -18,6 +21,9 @@ class SqlRuleStore;
 }
 
 namespace qarvo::console {
+
+class RuleWatch;
+struct RuleChange;
 
 // The edition text the console hands to ShowPane.
 inline constexpr const char *Edition = "Standard";
@@ -34,6 +40,8 @@ public:
 
     qint16 view() const { return m_view; }
     CqarvoCtrl *control() const { return m_ctrl; }
+    // What the control is handed: the caller's service, or the store, behind the console's watch.
+    DataService *dataService() const;
 
 public Q_SLOTS:
     // Sets the control up for rule category 5 or 6, as a host does: ViewType, then ShowPane.
@@ -49,6 +57,7 @@ public Q_SLOTS:
     void exportSelectedRule();
     void importRules();
     void showUsage();
+    void undoDelete();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -56,11 +65,15 @@ protected:
 private:
     void createActions();
     void createScopeTree();
-    void afterSheet(short result, qint16 category);
+    void afterSheet(short result, qint16 category, const QHash<QString, QString> &before);
     void about();
+    void createEditMenu();
+    void ruleChanged(const RuleChange &change);
+    // Selects the rule named `name` in the control's list, the way a click would.
+    void selectRule(const QString &name);
 
     SqlRuleStore *m_store;
-    DataService *m_service;
+    std::unique_ptr<RuleWatch> m_watch;
     qint16 m_view = 0;
     QWidget *m_host = nullptr;
     CqarvoCtrl *m_ctrl = nullptr;
@@ -71,6 +84,8 @@ private:
     QAction *m_naqcView = nullptr;
     QAction *m_wmiView = nullptr;
     QLabel *m_viewLabel = nullptr;
+    QAction *m_undoDelete = nullptr;
+    int m_undoableDeletes = 0;
 };
 
 } // namespace qarvo::console

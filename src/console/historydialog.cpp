@@ -78,6 +78,7 @@ HistoryDialog::HistoryDialog(SqlRuleStore *store, QWidget *parent) : QDialog(par
 
     auto *filter = new QLineEdit;
     filter->setObjectName(QStringLiteral("historyFilter"));
+    filter->setAccessibleName(QStringLiteral("Filter by rule name"));
     filter->setPlaceholderText(QStringLiteral("Filter by rule name"));
     filter->setClearButtonEnabled(true);
 

@@ -6,6 +6,7 @@
 #include "control/modulestate.h"
 #include "control/sheets.h"
 #include "dataservice/calls.h"
+#include "resources/screenfit.h"
 
 #include <QResizeEvent>
 
@@ -14,6 +15,8 @@ using namespace qarvo;
 CqarvoCtrl::CqarvoCtrl(QWidget *parent) : QWidget(parent)
 {
     qRegisterMetaType<qarvo::DataService *>();
+    // Every sheet and editor the control opens has to fit the host's screen, whatever its size.
+    qarvo::ui::fitWindowsToScreen();
     m_splitDlg = new CSplitDlg(this);
     applyGeometry();
 }

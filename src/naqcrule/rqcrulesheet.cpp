@@ -114,10 +114,10 @@ CRQCRulePage1::CRQCRulePage1(RQCRuleRecord &record, QWidget *parent)
 
     QLabel *nameLabel;
     QLabel *commentLabel;
-    std::tie(nameLabel, m_name) = labelledEdit(this, QStringLiteral("Rule Name : "),
+    std::tie(nameLabel, m_name) = labelledEdit(this, QStringLiteral("Rule Na&me : "),
                                                QStringLiteral("ruleNameEdit"), recordsize::RuleName);
     std::tie(commentLabel, m_comment) = labelledEdit(
-        this, QStringLiteral("Comment : "), QStringLiteral("commentEdit"), recordsize::Comment);
+        this, QStringLiteral("&Comment : "), QStringLiteral("commentEdit"), recordsize::Comment);
 
     auto *grid = new QGridLayout(this);
     grid->addWidget(nameLabel, 0, 0);
@@ -182,11 +182,12 @@ CRQCRulePage2::CRQCRulePage2(RQCRuleRecord &record, QWidget *parent)
 
     QLabel *serviceLabel;
     std::tie(serviceLabel, m_serviceName) =
-        labelledEdit(this, QStringLiteral("Service Name"), QStringLiteral("serviceNameEdit"),
+        labelledEdit(this, QStringLiteral("&Service Name"), QStringLiteral("serviceNameEdit"),
                      recordsize::ServiceName);
 
     m_list = new QTreeWidget(this);
     m_list->setObjectName(QStringLiteral("scriptList"));
+    m_list->setAccessibleName(QStringLiteral("Scripts of the profile"));
     m_list->setColumnCount(3);
     m_list->setHeaderLabels({QStringLiteral("ScriptFile"), QStringLiteral("Action Type"),
                              QStringLiteral("Comment")});
@@ -199,7 +200,7 @@ CRQCRulePage2::CRQCRulePage2(RQCRuleRecord &record, QWidget *parent)
     m_list->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
     m_list->setIconSize(QSize(16, 16));
-    m_list->header()->setStretchLastSection(true);
+    m_list->header()->setStretchLastSection(false);
     m_list->setToolTip(QStringLiteral("Check the scripts the rule applies."));
 
     m_import = new QPushButton(QStringLiteral("Import CMSFile"), this);
@@ -324,6 +325,7 @@ CRQCRulePage3::CRQCRulePage3(RQCRuleRecord &record, std::function<bool()> finish
 
     m_summary = new QPlainTextEdit(this);
     m_summary->setObjectName(QStringLiteral("summaryEdit"));
+    m_summary->setAccessibleName(QStringLiteral("Summary of the new rule"));
     m_summary->setReadOnly(true);
     m_summary->setLineWrapMode(QPlainTextEdit::NoWrap);
     m_summary->setTabStopDistance(m_summary->fontMetrics().horizontalAdvance(u' ') * 4);
@@ -374,6 +376,7 @@ CRQCRuleSheet::CRQCRuleSheet(QWidget *parent, int mode, int ruleId)
     dialog->setWindowTitle(QStringLiteral("NAQCRule Properties"));
     m_tabs = new QTabWidget(dialog);
     m_tabs->setObjectName(QStringLiteral("propertyTabs"));
+    m_tabs->setAccessibleName(QStringLiteral("Pages"));
     m_page1 = new CRQCRulePage1(m_record, m_tabs);
     m_page2 = new CRQCRulePage2(m_record, m_tabs);
     m_tabs->addTab(m_page1, QStringLiteral("General"));

@@ -19,10 +19,10 @@ CListViewerCombo::CListViewerCombo(CWMIRuleListViewer *list, int row, int column
     setObjectName(QStringLiteral("inPlaceCombo"));
     setEditable(false);
     addItems(m_choices);
-    // Only an exact match is preselected; any other text leaves the first choice showing.
-    const int exact = int(m_choices.indexOf(current));
-    if (exact >= 0)
-        setCurrentIndex(exact);
+    // Only an exact match is preselected. A stored code that is neither choice stays what the
+    // cell shows, and leaving the list without a choice must not turn it into one.
+    setPlaceholderText(current);
+    setCurrentIndex(int(m_choices.indexOf(current)));
     // A short list keeps its scroll bar, disabled, as the drop-down always shows one.
     view()->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     // The drop-down is at least as wide as the column; where the face in use is wider than the
@@ -88,8 +88,9 @@ void CListViewerCombo::finish()
     if (m_finished)
         return;
     m_finished = true;
-    const std::optional<QString> text =
-        m_cancelled ? std::nullopt : std::optional<QString>(currentText());
+    const std::optional<QString> text = m_cancelled || currentIndex() < 0
+                                            ? std::nullopt
+                                            : std::optional<QString>(currentText());
     hide();
     deleteLater();
     if (m_list)

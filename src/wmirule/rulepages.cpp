@@ -50,9 +50,9 @@ CWMIRulePage1::CWMIRulePage1(CWMIRuleSheet &sheet)
     m_comment->setMaxLength(NameAndCommentLimit);
     m_comment->setToolTip(tr("At most %1 characters").arg(NameAndCommentLimit));
 
-    auto *nameLabel = new QLabel(QStringLiteral("Rule Name : "), this);
+    auto *nameLabel = new QLabel(QStringLiteral("Rule Na&me : "), this);
     nameLabel->setBuddy(m_name);
-    auto *commentLabel = new QLabel(QStringLiteral("Comment : "), this);
+    auto *commentLabel = new QLabel(QStringLiteral("&Comment : "), this);
     commentLabel->setBuddy(m_comment);
 
     auto *form = new QFormLayout;
@@ -110,6 +110,9 @@ CWMIRulePage2::CWMIRulePage2(CWMIRuleSheet &sheet)
 
     m_list = new CWMIRuleListViewer(this);
     m_list->setObjectName(QStringLiteral("conditionList"));
+    m_list->setAccessibleName(QStringLiteral("Conditions"));
+    m_list->setAccessibleDescription(QStringLiteral("Click the OP cell of a later condition to choose AND or OR; "
+                                                    "double-click a condition to edit it"));
     m_list->setKind(sheet.kind());
     if (wql) {
         m_list->setColumns({QString(), QStringLiteral("OP"), QStringLiteral("NameSpace"),
@@ -265,6 +268,7 @@ CWMIRulePage3::CWMIRulePage3(CWMIRuleSheet &sheet)
     m_comment->setReadOnly(true);
     m_summary = new QTreeWidget(this);
     m_summary->setObjectName(QStringLiteral("summaryList"));
+    m_summary->setAccessibleName(QStringLiteral("Conditions of the rule"));
     m_summary->setRootIsDecorated(false);
     m_summary->setUniformRowHeights(true);
     m_summary->setAllColumnsShowFocus(true);
@@ -274,11 +278,17 @@ CWMIRulePage3::CWMIRulePage3(CWMIRuleSheet &sheet)
 
     auto *form = new QFormLayout;
     form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
-    form->addRow(new QLabel(QStringLiteral("- Rule Name :"), this), m_name);
-    form->addRow(new QLabel(QStringLiteral("- Comment :"), this), m_comment);
+    auto *nameLabel = new QLabel(QStringLiteral("- Rule Name :"), this);
+    nameLabel->setBuddy(m_name);
+    auto *commentLabel = new QLabel(QStringLiteral("- Comment :"), this);
+    commentLabel->setBuddy(m_comment);
+    auto *conditionLabel = new QLabel(QStringLiteral("- Condition :"), this);
+    conditionLabel->setBuddy(m_summary);
+    form->addRow(nameLabel, m_name);
+    form->addRow(commentLabel, m_comment);
     auto *layout = new QVBoxLayout(this);
     layout->addLayout(form);
-    layout->addWidget(new QLabel(QStringLiteral("- Condition :"), this));
+    layout->addWidget(conditionLabel);
     layout->addWidget(m_summary, 1);
     auto *hint = new QLabel(
         QStringLiteral("Click the [Finish] button and then a rule creation will be created."), this);

@@ -95,6 +95,7 @@ CWMIRuleSheet::CWMIRuleSheet(QWidget *parent, RuleKind kind, SheetMode mode,
 
         m_tabs = new QTabWidget(dialog);
         m_tabs->setObjectName(QStringLiteral("sheetTabs"));
+        m_tabs->setAccessibleName(QStringLiteral("Pages"));
         m_tabs->addTab(m_page1, pageTitle(0));
         m_tabs->addTab(m_page2, pageTitle(1));
         auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, dialog);

@@ -527,7 +527,7 @@ private Q_SLOTS:
         auto *del = child<QPushButton>(&dlg, "delButton");
         QCOMPARE(list->horizontalHeaderItem(0)->text(), QStringLiteral("Num"));
         QCOMPARE(list->horizontalHeaderItem(1)->text(), QStringLiteral("Value"));
-        QCOMPARE(list->columnWidth(0), 50);
+        QCOMPARE(QList<int>({list->columnWidth(0), list->columnWidth(1)}), QList<int>({50, 150}));
         QVERIFY(list->showGrid());
         QCOMPARE(columnTexts(list, 0), QStringList({"1", "2", "3", "4"}));
         QVERIFY(!del->isEnabled());

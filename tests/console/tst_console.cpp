@@ -1,5 +1,11 @@
 #include "console/consoleapp.h"
+#include "conditions/arraydlg.h"
+#include "conditions/wmidlg.h"
+#include "conditions/wqldlg.h"
 #include "console/consolewindow.h"
+#include "console/historydialog.h"
+#include "console/rulecheck.h"
+#include "console/rulecheckdialog.h"
 #include "console/sampledata.h"
 #include "console/usagedialog.h"
 #include "control/modulestate.h"
@@ -10,9 +16,12 @@
 #include "dataservice/calls.h"
 #include "consoleprocess.h"
 #include "dialogdriver.h"
+#include "naqcrule/rqcrulesheet.h"
 #include "rulestore/sqlrulestore.h"
+#include "wmirule/rulesheet.h"
 
 #include <QAbstractItemView>
+#include <QAccessible>
 #include <QAction>
 #include <QComboBox>
 #include <QDialogButtonBox>
@@ -29,6 +38,7 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QStatusBar>
 #include <QTreeWidget>
 #include <QtTest>
 
@@ -82,6 +92,30 @@ void keepScreenshot(QWidget *widget, const char *suffix)
 {
     if (qEnvironmentVariableIsSet("QARVO_KEEP_SCREENSHOT"))
         widget->grab().save(qEnvironmentVariable("QARVO_KEEP_SCREENSHOT") + QLatin1String(suffix));
+}
+
+// The controls of `window` a screen reader would read without a name. Edits and combo boxes
+// read their value as their name, so they need a label of their own or an explicit name.
+QStringList unnamedControls(QWidget *window)
+{
+    QStringList unnamed;
+    for (QWidget *w : window->findChildren<QWidget *>()) {
+        if (!(w->focusPolicy() & Qt::TabFocus)
+            || (w->isHidden() && w->testAttribute(Qt::WA_WState_ExplicitShowHide)))
+            continue;
+        QAccessibleInterface *a = QAccessible::queryAccessibleInterface(w);
+        const QAccessible::Role role = a->role();
+        const bool valued = role == QAccessible::EditableText || role == QAccessible::ComboBox
+                            || role == QAccessible::SpinBox;
+        const bool named = valued ? !w->accessibleName().isEmpty() || !a->relations(QAccessible::Label).isEmpty()
+                                  : !a->text(QAccessible::Name).isEmpty();
+        if (qEnvironmentVariableIsSet("QARVO_A11Y_DUMP"))
+            qInfo("%s | %s | %s", qPrintable(window->objectName()), qPrintable(w->objectName()),
+                  qPrintable(a->text(QAccessible::Name)));
+        if (!named)
+            unnamed << window->objectName() + '/' + w->objectName() + '/' + w->metaObject()->className();
+    }
+    return unnamed;
 }
 
 } // namespace
@@ -192,9 +226,11 @@ private Q_SLOTS:
     {
         CallLog log(m_store.get());
         auto w = window(category::NAQC, &log);
-        QCOMPARE(w->windowTitle(), m_store->location().displayText() + QString::fromUtf8(" \u2014 qarvo console"));
+        // The title names the file; the status bar holds the whole location.
+        QCOMPARE(w->windowTitle(), QString::fromUtf8("rules.sqlite \u2014 qarvo console"));
+        QVERIFY(child<QLabel>(w.get(), "databaseLabel")->text().endsWith(m_store->location().displayText()));
         QCOMPARE(w->control()->ViewType(), short(5));
-        QCOMPARE(currentDataService(), static_cast<DataService *>(&log));
+        QCOMPARE(currentDataService(), w->dataService());
         QCOMPARE(log.methods, QStringList{"GetRQCRule"});
         // The control fills its plain container from the origin, also when the window grows.
         auto *host = child<QWidget>(w.get(), "controlHost");
@@ -248,7 +284,7 @@ private Q_SLOTS:
                                         << "wmi:New WQLRule Wizard:1" << 2 << QStringList{"GetWMIRules"} << 6;
         // A NAQC rule finished in the WMI view: the list is refreshed, then the NAQC rules shown.
         QTest::newRow("NAQC, finished") << "actionNewNAQCRule"
-                                        << "rqc:0" << 1 << QStringList{"GetWMIRules", "GetRQCRule"} << 5;
+                                        << "rqc:0" << 1 << QStringList{"GetWMIRules", "GetRQCRule", "GetRQCRuleScriptInfo"} << 5;
         QTest::newRow("NAQC, cancelled") << "actionNewNAQCRule" << "rqc:0" << 2 << QStringList{"GetWMIRules"} << 6;
     }
 
@@ -262,12 +298,14 @@ private Q_SLOTS:
         bool sawTheHostsService = true;
         sheetRoutes().wmi = [&](QWidget *, const WMISheetRequest &r) {
             opened << QStringLiteral("wmi:%1:%2").arg(r.caption).arg(r.wql);
-            sawTheHostsService &= currentDataService() == &log;
+            sawTheHostsService &= currentDataService() == w->dataService();
             return result;
         };
         sheetRoutes().rqc = [&](QWidget *, const RQCSheetRequest &r) {
             opened << QStringLiteral("rqc:%1").arg(r.mode);
-            sawTheHostsService &= currentDataService() == &log;
+            sawTheHostsService &= currentDataService() == w->dataService();
+            if (result == SheetDone) // what a finished wizard leaves in the store
+                calls::AddRQCRule(m_store.get(), ruleIdText(777), "Dial-In Check", "svc", "", "");
             return result;
         };
         log.methods.clear();
@@ -277,6 +315,10 @@ private Q_SLOTS:
         QVERIFY(sawTheHostsService);
         QTEST(log.methods, "calls");
         QTEST(int(w->view()), "viewAfter");
+        if (log.methods.contains("GetRQCRule")) { // the new rule is named and selected
+            QCOMPARE(w->statusBar()->currentMessage(), QStringLiteral("Rule 'Dial-In Check' created"));
+            QCOMPARE(ruleList(*w)->currentIndex().data().toString(), QStringLiteral("Dial-In Check"));
+        }
     }
 
     void referenceDialogStoresAUse()
@@ -386,14 +428,100 @@ private Q_SLOTS:
                  (QStringList{"VPN Baseline", "Workstation Check"}));
         QCOMPARE(usersOf(m_store.get(), QStringLiteral("Service Pack Level")), QStringList());
         QTRY_COMPARE(list->model()->index(2, 0).data().toString(), QStringLiteral("Service Pack Minimum"));
+        QCOMPARE(w->statusBar()->currentMessage(),
+                 QStringLiteral("Rule 'Service Pack Level' renamed to 'Service Pack Minimum'"));
+        QTRY_COMPARE(list->currentIndex().row(), 2);
 
-        // A user goes without a question, and takes its uses along.
+        // A user goes without a question, by the Delete key as by the menu, and takes its uses
+        // along; Ctrl+Z brings it back.
+        list->setFocus();
         list->setCurrentIndex(list->model()->index(4, 0)); // Workstation Check
-        remove->trigger();
+        QTest::keyClick(list, Qt::Key_Delete);
         QCOMPARE(catcher.texts().size(), 1);
         QCOMPARE(list->model()->rowCount(), 4);
+        QCOMPARE(w->statusBar()->currentMessage(), QStringLiteral("Rule 'Workstation Check' deleted"));
         QVERIFY(!ruleNames(m_store.get(), category::WMI).contains(QStringLiteral("Workstation Check")));
         QCOMPARE(usersOf(m_store.get(), QStringLiteral("Service Pack Minimum")), QStringList{"VPN Baseline"});
+        w->activateWindow(); // the sheet that closed took the activation along
+        QVERIFY(QTest::qWaitForWindowActive(w.get()));
+        QTest::keyClick(w.get(), Qt::Key_Z, Qt::ControlModifier);
+        QCOMPARE(catcher.texts().size(), 1);
+        QCOMPARE(list->model()->rowCount(), 5);
+        QCOMPARE(list->currentIndex().data().toString(), QStringLiteral("Workstation Check"));
+        QVERIFY(!child(w.get(), "actionUndoDelete")->isEnabled());
+    }
+
+    // Every window and dialog, every page of the sheets included, through the accessibility layer.
+    void everyControlHasAName()
+    {
+        auto w = window(category::WMI);
+        QStringList unnamed = unnamedControls(w.get());
+        w->showView(category::NAQC);
+        unnamed += unnamedControls(w.get());
+        for (RuleKind kind : {RuleKind::WMI, RuleKind::WQL}) {
+            CWMIRuleSheet wizard(nullptr, kind, SheetMode::Wizard, QStringLiteral("New"), 0);
+            unnamed += unnamedControls(wizard.window());
+        }
+        CWMIRuleSheet wmiProps(nullptr, RuleKind::WMI, SheetMode::Properties, QStringLiteral("Properties"), 101);
+        unnamed += unnamedControls(wmiProps.window());
+        CRQCRuleSheet naqcWizard(nullptr, CRQCRuleSheet::Wizard);
+        unnamed += unnamedControls(naqcWizard.dialog());
+        CRQCRuleSheet naqcProps(nullptr, 1, 1);
+        unnamed += unnamedControls(naqcProps.dialog());
+        CWMIDlg wmi;
+        CWQLDlg wql;
+        CArrayDlg array;
+        CArrayInputDlg arrayInput;
+        HistoryDialog history(m_store.get());
+        RuleCheckDialog check(RuleCheck{});
+        UsageDialog usage(m_store.get());
+        for (QDialog *d : std::initializer_list<QDialog *>{&wmi, &wql, &array, &arrayInput, &history, &check, &usage}) {
+            d->show();
+            unnamed += unnamedControls(d);
+        }
+        QVERIFY2(unnamed.isEmpty(), qPrintable(unnamed.join(QStringLiteral(", "))));
+    }
+
+    // The window opens inside small screens at any scale, keeps its own size on a large one, and
+    // a screenshot run prints nothing when nothing went wrong.
+    void windowFitsTheScreen_data()
+    {
+        QTest::addColumn<QSize>("screen");
+        QTest::addColumn<QString>("scale");
+        QTest::newRow("1024x600") << QSize(1024, 600) << "1";
+        QTest::newRow("1024x600 at 1.5") << QSize(1024, 600) << "1.5";
+        QTest::newRow("1280x800 at 2") << QSize(1280, 800) << "2";
+        QTest::newRow("1920x1080") << QSize(1920, 1080) << "1";
+    }
+
+    void windowFitsTheScreen()
+    {
+        QFETCH(QSize, screen);
+        QFETCH(QString, scale);
+        QFile config(m_dir->filePath(QStringLiteral("screen.json")));
+        QVERIFY(config.open(QIODevice::WriteOnly));
+        config.write(QStringLiteral(R"({"screens": [{"name": "s", "x": 0, "y": 0, "width": %1, "height": %2,
+                                        "logicalDpi": 96, "logicalBaseDpi": 96, "dpr": 1}]})")
+                         .arg(screen.width()).arg(screen.height()).toUtf8());
+        config.close();
+        const QString png = m_dir->filePath(QStringLiteral("fit.png"));
+        QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen:configfile=") + config.fileName());
+        env.insert(QStringLiteral("QT_SCALE_FACTOR"), scale);
+        env.remove(QStringLiteral("XDG_RUNTIME_DIR"));
+        p.setProcessEnvironment(env);
+        p.start(QStringLiteral(QARVO_CONSOLE_BIN),
+                {"--database", m_dir->filePath(QStringLiteral("fit.sqlite")), "--screenshot", png});
+        QVERIFY(p.waitForFinished(60000));
+        QCOMPARE(p.readAllStandardError(), QByteArray());
+        QCOMPARE(p.exitCode(), 0);
+        const QImage shot(png);
+        if (screen.width() >= 1920)
+            QCOMPARE(shot.size(), QSize(1000, 680));
+        else
+            QVERIFY2(shot.width() <= screen.width() && shot.height() <= screen.height(),
+                     qPrintable(QStringLiteral("%1x%2").arg(shot.width()).arg(shot.height())));
     }
 
     void screenshotOfAFreshStore()
@@ -403,7 +531,8 @@ private Q_SLOTS:
         auto [code, err] = runConsole({"--database", db, "--screenshot", png});
         QVERIFY2(code == 0, qPrintable(err));
         QImage image(png);
-        QVERIFY(image.width() >= 800 && image.height() >= 500);
+        // The offscreen screen is 800 wide; the window fits it, frame included.
+        QVERIFY(image.width() >= 780 && image.height() >= 500);
         SqlRuleStore store;
         QVERIFY(store.open(db));
         QCOMPARE(ruleNames(&store, category::WMI).size(), 5);

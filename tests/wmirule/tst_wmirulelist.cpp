@@ -297,6 +297,17 @@ private Q_SLOTS:
         QTest::keyClick(w.list(), Qt::Key_Space);
         QTRY_VERIFY(w.list()->inPlaceCombo());
         QCOMPARE(w.list()->inPlaceCombo()->currentText(), QStringLiteral("OR"));
+        QTest::keyClick(w.list()->inPlaceCombo(), Qt::Key_Escape);
+        QTRY_VERIFY(!w.list()->inPlaceCombo());
+
+        // A later row holding a code that is neither choice preselects nothing, and leaving the
+        // list without a choice keeps the row as it was.
+        w.list()->endInPlaceEdit(2, column::Op, QStringLiteral("EQ"));
+        combo = openCombo(w.list(), 2);
+        QCOMPARE(combo->currentIndex(), -1);
+        w.sheet.page2()->addButton()->setFocus();
+        QTRY_VERIFY(!combo);
+        QCOMPARE(opColumn(w.list()).at(2), QStringLiteral("EQ/12"));
     }
 
     void conjunctionComboWritesBack()
