@@ -297,6 +297,12 @@ private Q_SLOTS:
         QTest::keyClick(w.list(), Qt::Key_Space);
         QTRY_VERIFY(w.list()->inPlaceCombo());
         QCOMPARE(w.list()->inPlaceCombo()->currentText(), QStringLiteral("OR"));
+        // Other keys keep their ordinary meaning.
+        QTest::keyClick(w.list()->inPlaceCombo(), Qt::Key_Escape);
+        QTRY_VERIFY(!w.list()->inPlaceCombo());
+        QTest::keyClick(w.list(), Qt::Key_Down);
+        QCOMPARE(w.list()->currentItem(), w.list()->topLevelItem(2));
+        QVERIFY(!w.list()->inPlaceCombo());
     }
 
     void conjunctionComboWritesBack()
