@@ -112,6 +112,8 @@ private Q_SLOTS:
             words << item->text(1) + ' ' + item->data(0, images::ImageIndexRole).toString();
         }
         QCOMPARE(words, QStringList({"EQ 11", "AND 13", "OR 12", "EQ 11"}));
+        // The strip's last picture is there; past it there is none.
+        QVERIFY(!images::icon(images::StripCount - 1).isNull() && images::icon(images::StripCount).isNull());
         QCOMPARE(rowTexts(b.details(), 3).mid(2),
                  QStringList({"root\\cimv2", "Win32_QuickFixEngineering", "HotFixID[]", "string", "in", Kb}));
         keepScreenshot(b.host.get(), QStringLiteral("wmi-details"));

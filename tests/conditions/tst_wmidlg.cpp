@@ -115,6 +115,7 @@ private Q_SLOTS:
         const QModelIndex root = model->index(0, 0);
         QCOMPARE(tree->currentIndex(), root);
         QCOMPARE(root.data().toString(), QStringLiteral("WMI"));
+        QVERIFY(!model->index(0, 1, root).isValid()); // one column only
         auto *description = child<QPlainTextEdit>(&dlg, "descriptionEdit");
         QCOMPARE(description->toPlainText(), QStringLiteral("WMI"));
 

@@ -55,6 +55,7 @@ void TestCalls::idFromText_data()
     QTest::newRow("no digits") << "abc" << 0;
     QTest::newRow("empty") << "" << 0;
     QTest::newRow("blanks and sign") << "  -7" << -7;
+    QTest::newRow("every kind of blank") << "\v\f\t 8" << 8;
     QTest::newRow("plus") << "+15" << 15;
     QTest::newRow("too large clamps") << "99999999999999999999" << std::numeric_limits<int>::max();
     QTest::newRow("too small clamps") << "-99999999999999999999" << std::numeric_limits<int>::min();

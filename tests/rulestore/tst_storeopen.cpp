@@ -243,6 +243,7 @@ private Q_SLOTS:
         Reply r = calls::GetWMIRules(&store);
         QCOMPARE(r.status, status::Fail);
         QVERIFY(!r.rows);
+        QCOMPARE(store.lastError(), QStringLiteral("GetWMIRules: the rule store is not open"));
         QVERIFY(store.isEmpty());
         QVERIFY(failed(store.addRuleUsage(category::WMI, ruleIdText(1), category::WMI, QStringLiteral("A"))));
         // The dispatch checks still come first, so a caller learns about its own mistakes.

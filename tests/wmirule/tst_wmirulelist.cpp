@@ -299,6 +299,10 @@ private Q_SLOTS:
         QCOMPARE(w.list()->inPlaceCombo()->currentText(), QStringLiteral("OR"));
         QTest::keyClick(w.list()->inPlaceCombo(), Qt::Key_Escape);
         QTRY_VERIFY(!w.list()->inPlaceCombo());
+        // Other keys keep their ordinary meaning.
+        QTest::keyClick(w.list(), Qt::Key_Down);
+        QCOMPARE(w.list()->currentItem(), w.list()->topLevelItem(2));
+        QVERIFY(!w.list()->inPlaceCombo());
 
         // A later row holding a code that is neither choice preselects nothing, and leaving the
         // list without a choice keeps the row as it was.
