@@ -9,6 +9,10 @@ packages=(
   postgresql
   fonts-dejavu-core
 )
+# The store benchmarks measure against the databases' own client libraries.
+if [ "${QARVO_WITH_BENCH:-0}" = 1 ]; then
+  packages+=(libsqlite3-dev libpq-dev)
+fi
 if [ "${QARVO_WITH_FUZZ:-0}" = 1 ]; then
   packages+=(clang-14 libclang-rt-14-dev)
 fi
