@@ -2,6 +2,7 @@
 
 #include "browser/panedown.h"
 #include "browser/rulelistmodel.h"
+#include "browser/shorttext.h"
 #include "control/modulestate.h"
 #include "control/sheets.h"
 #include "dataservice/calls.h"
@@ -93,6 +94,7 @@ CPaneUP::CPaneUP(CPaneDown *paneDown, QWidget *parent) : QWidget(parent), m_pane
     m_list = new RuleListView(this);
     m_list->setObjectName(QStringLiteral("ruleList"));
     m_list->setModel(m_model);
+    m_list->setItemDelegate(new CellTextDelegate(m_list));
     // Tens of thousands of rules: one row height for all lets the view skip measuring rows.
     m_list->setUniformRowHeights(true);
     m_list->setRootIsDecorated(false);

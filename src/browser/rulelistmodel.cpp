@@ -1,5 +1,6 @@
 #include "browser/rulelistmodel.h"
 
+#include "browser/shorttext.h"
 #include "resources/images.h"
 
 namespace qarvo {
@@ -91,7 +92,7 @@ QVariant RuleListModel::data(const QModelIndex &index, int role) const
         // A tooltip only helps where the cell may be cut off.
         if (role == Qt::ToolTipRole && text.isEmpty())
             return {};
-        return text;
+        return shownText(text);
     }
     case Qt::DecorationRole:
         if (column == 0 && r.image >= 0)
