@@ -32,6 +32,22 @@ const QString FieldRuleWql = QStringLiteral("rule_wql");
 const QString KindWmi = QStringLiteral("WMI");
 const QString KindWql = QStringLiteral("WQL");
 
+// A field read the way fieldText() and fieldInt() read it, but from the characters the value
+// holds rather than from a copy: a large list reads a hundred thousand of each.
+RuleListModel::Text storedText(RuleListModel::Rows &rows, const QVariant &value)
+{
+    if (value.typeId() == QMetaType::QString)
+        return rows.text(*static_cast<const QString *>(value.constData()));
+    return rows.text(fieldText(value));
+}
+
+int ruleIdOf(const QVariant &value)
+{
+    if (value.typeId() == QMetaType::QString)
+        return ruleIdFromText(*static_cast<const QString *>(value.constData()));
+    return fieldInt(value);
+}
+
 QList<RuleListModel::Column> columnsOf(qint16 viewType)
 {
     if (viewType == category::NAQC)
@@ -217,27 +233,28 @@ void CPaneUP::readRules(qint16 viewType)
 
     // Rows are collected first and handed to the model in one step; a fault hands over what
     // was read up to it, including a row whose name was read but not its later fields.
-    std::vector<RuleListModel::Row> rows = m_model->takeRowStorage();
-    rows.reserve(256);
+    RuleListModel::Rows rows = m_model->takeRowStorage();
+    const RuleListModel::Text wmi = rows.text(KindWmi);
+    const RuleListModel::Text wql = rows.text(KindWql);
     try {
         RowReader reader(reply);
         while (!reader.atEnd()) {
             if (viewType == category::NAQC) {
-                const QString name = reader.text(FieldRuleName);
-                RuleListModel::Row &row = rows.emplace_back();
-                row.cells[0] = name;
+                const QVariant name = reader.field(FieldRuleName);
+                RuleListModel::Row &row = rows.add();
+                row.cells[0] = storedText(rows, name);
                 row.image = images::NaqcRule;
-                row.cells[1] = reader.text(FieldRuleComment);
-                row.ruleId = reader.integer(FieldRuleId);
+                row.cells[1] = storedText(rows, reader.field(FieldRuleComment));
+                row.ruleId = ruleIdOf(reader.field(FieldRuleId));
             } else {
-                const qint32 wql = reader.integer(FieldRuleWql);
-                const QString name = reader.text(FieldRuleName);
-                RuleListModel::Row &row = rows.emplace_back();
-                row.cells[0] = name;
+                const qint32 kind = reader.integer(FieldRuleWql);
+                const QVariant name = reader.field(FieldRuleName);
+                RuleListModel::Row &row = rows.add();
+                row.cells[0] = storedText(rows, name);
                 row.image = images::WmiRule;
-                row.cells[1] = wql == 0 ? KindWmi : KindWql;
-                row.cells[2] = reader.text(FieldRuleComment);
-                row.ruleId = reader.integer(FieldRuleId);
+                row.cells[1] = kind == 0 ? wmi : wql;
+                row.cells[2] = storedText(rows, reader.field(FieldRuleComment));
+                row.ruleId = ruleIdOf(reader.field(FieldRuleId));
             }
             reader.next();
         }
