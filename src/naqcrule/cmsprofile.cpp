@@ -1,9 +1,5 @@
 #include "naqcrule/cmsprofile.h"
 
-#include "naqcrule/inireader.h"
-
-#include <array>
-
 namespace qarvo {
 
 const QStringList &cmsActionSections()
@@ -39,58 +35,59 @@ QString cmsScriptToken(QStringView commandLine)
 
 namespace {
 
-// The keys of one action and of its description, built once and written the way the reader
-// stores keys, so that looking them up costs no more than a hash probe.
-struct ActionKeys
-{
-    QString command;
-    QString description;
-};
-
-const ActionKeys *actionKeys()
-{
-    static const auto keys = [] {
-        std::array<ActionKeys, cms::MaxActionsPerSection> k;
-        for (int n = 0; n < cms::MaxActionsPerSection; ++n)
-            k[n] = {QString::number(n), QString::number(n) + QStringLiteral("&description")};
-        return k;
-    }();
-    return keys.data();
-}
+// The numbers of the keys in cmsEntries(): the service name in its section; an action's command
+// line and its description in an action section.
+constexpr int ServiceNameKey = 0;
+constexpr int commandKey(int n) { return 2 * n; }
+constexpr int descriptionKey(int n) { return 2 * n + 1; }
 
 } // namespace
 
-QList<CmsScriptRow> readCmsActionSection(const IniFile &ini, const QString &section)
+const IniFile::Selection &cmsEntries()
 {
-    QList<CmsScriptRow> rows;
+    static const IniFile::Selection entries = [] {
+        IniFile::Selection s;
+        s.add(u"Connection Manager", {QStringLiteral("ServiceName")});
+        QStringList keys;
+        for (int n = 0; n < cms::MaxActionsPerSection; ++n)
+            keys << QString::number(n) << QString::number(n) + QStringLiteral("&Description");
+        for (const QString &section : cmsActionSections())
+            s.add(section, keys);
+        return s;
+    }();
+    return entries;
+}
+
+void readCmsActionSection(const IniFile &ini, const QString &section, QList<CmsScriptRow> &rows)
+{
     const IniFile::Section *entries = ini.section(section);
     if (!entries)
-        return rows;
-    const ActionKeys *keys = actionKeys();
+        return;
+    QString command; // only its second token is kept, so one buffer serves every action
     for (int n = 0; n < cms::MaxActionsPerSection; ++n) {
-        const QString command = entries->value(keys[n].command, cms::ActionBuffer);
+        entries->value(commandKey(n), cms::ActionBuffer, command);
         if (command.isEmpty())
             break;
         rows.append({cmsScriptToken(command), section,
-                     entries->value(keys[n].description, cms::ActionBuffer)});
+                     entries->value(descriptionKey(n), cms::ActionBuffer)});
     }
-    return rows;
 }
 
 std::optional<CmsProfile> readCmsProfile(const IniFile &ini)
 {
     CmsProfile profile;
-    profile.serviceName = ini.value(u"Connection Manager", u"ServiceName", cms::ServiceNameBuffer);
+    if (const IniFile::Section *manager = ini.section(u"Connection Manager"))
+        profile.serviceName = manager->value(ServiceNameKey, cms::ServiceNameBuffer);
     if (profile.serviceName.isEmpty())
         return std::nullopt;
     for (const QString &section : cmsActionSections())
-        profile.rows += readCmsActionSection(ini, section);
+        readCmsActionSection(ini, section, profile.rows);
     return profile;
 }
 
 std::optional<CmsProfile> readCmsProfile(const QString &path)
 {
-    return readCmsProfile(IniFile::load(path));
+    return readCmsProfile(IniFile::load(path, cmsEntries()));
 }
 
 } // namespace qarvo

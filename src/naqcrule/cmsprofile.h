@@ -4,6 +4,7 @@
 // listed in its nine action sections, one row per action.
 
 #include "dataservice/qarvo_export.h"
+#include "naqcrule/inireader.h"
 
 #include <QList>
 #include <QString>
@@ -12,8 +13,6 @@
 #include <optional>
 
 namespace qarvo {
-
-class IniFile;
 
 namespace cms {
 // Lookup buffer sizes in characters, terminator included.
@@ -45,8 +44,14 @@ QARVO_EXPORT const QStringList &cmsActionSections();
 // script behind the directory macro.
 QARVO_EXPORT QString cmsScriptToken(QStringView commandLine);
 
-// The rows of one action section: keys "0", "1", ... up to the first one missing or empty.
-QARVO_EXPORT QList<CmsScriptRow> readCmsActionSection(const IniFile &ini, const QString &section);
+// Appends the rows of one action section: keys "0", "1", ... up to the first one missing or empty.
+QARVO_EXPORT void readCmsActionSection(const IniFile &ini, const QString &section,
+                                       QList<CmsScriptRow> &rows);
+
+// The entries of a profile that the reader looks at: "ServiceName" of [Connection Manager] and
+// the numbered actions and their descriptions of the action sections. A file is read for these
+// and nothing else.
+QARVO_EXPORT const IniFile::Selection &cmsEntries();
 
 // The whole profile; nothing when "ServiceName" of [Connection Manager] is missing or empty,
 // which is how a file that is not a profile shows.
