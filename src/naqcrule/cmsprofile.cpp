@@ -41,6 +41,15 @@ constexpr int ServiceNameKey = 0;
 constexpr int commandKey(int n) { return 2 * n; }
 constexpr int descriptionKey(int n) { return 2 * n + 1; }
 
+// The actions of one section: keys "0", "1", ... up to the first one missing or empty.
+int actionCount(const IniFile::Section *entries)
+{
+    int n = 0;
+    while (entries && n < cms::MaxActionsPerSection && entries->hasValue(commandKey(n)))
+        ++n;
+    return n;
+}
+
 } // namespace
 
 const IniFile::Selection &cmsEntries()
@@ -61,13 +70,9 @@ const IniFile::Selection &cmsEntries()
 void readCmsActionSection(const IniFile &ini, const QString &section, QList<CmsScriptRow> &rows)
 {
     const IniFile::Section *entries = ini.section(section);
-    if (!entries)
-        return;
     QString command; // only its second token is kept, so one buffer serves every action
-    for (int n = 0; n < cms::MaxActionsPerSection; ++n) {
+    for (int n = 0, count = actionCount(entries); n < count; ++n) {
         entries->value(commandKey(n), cms::ActionBuffer, command);
-        if (command.isEmpty())
-            break;
         rows.append({cmsScriptToken(command), section,
                      entries->value(descriptionKey(n), cms::ActionBuffer)});
     }
@@ -80,6 +85,10 @@ std::optional<CmsProfile> readCmsProfile(const IniFile &ini)
         profile.serviceName = manager->value(ServiceNameKey, cms::ServiceNameBuffer);
     if (profile.serviceName.isEmpty())
         return std::nullopt;
+    qsizetype rows = 0;
+    for (const QString &section : cmsActionSections())
+        rows += actionCount(ini.section(section));
+    profile.rows.reserve(rows);
     for (const QString &section : cmsActionSections())
         readCmsActionSection(ini, section, profile.rows);
     return profile;

@@ -50,10 +50,19 @@ bool isAscii(const char *bytes, qsizetype size)
     return true;
 }
 
-// Values are decoded one at a time, into a string whose buffer is reused where it can be.
+// Values are decoded one at a time, into a string whose buffer is reused where it can be; a new
+// buffer is made to measure.
+void makeRoom(QString &out, qsizetype size)
+{
+    if (out.isDetached() && out.capacity() >= size)
+        out.resize(size);
+    else
+        out = QString(size, Qt::Uninitialized);
+}
+
 void decodeCp1252(const char *bytes, qsizetype size, QString &out)
 {
-    out.resize(size);
+    makeRoom(out, size);
     char16_t *dst = reinterpret_cast<char16_t *>(out.data());
     for (qsizetype i = 0; i < size; ++i) {
         const auto b = static_cast<unsigned char>(bytes[i]);
@@ -72,7 +81,7 @@ void decodeUtf8(const char *bytes, qsizetype size, QString &out)
         out = utf8.decode(QByteArrayView(bytes, size));
         return;
     }
-    out.resize(size);
+    makeRoom(out, size);
     char16_t *dst = reinterpret_cast<char16_t *>(out.data());
     for (qsizetype i = 0; i < size; ++i)
         dst[i] = char16_t(bytes[i]);
@@ -144,7 +153,7 @@ std::u16string_view view(const QString &s)
 
 // Names are a few characters long and the tables hold only what a reader asked for, so a few
 // multiplications, four characters at a time, spread them well enough.
-size_t nameHash(std::u16string_view name)
+quint32 nameHash(std::u16string_view name)
 {
     quint64 hash = quint64(name.size()) * 0x9E3779B97F4A7C15ULL;
     size_t i = 0;
@@ -155,7 +164,7 @@ size_t nameHash(std::u16string_view name)
     }
     for (; i < name.size(); ++i)
         hash = (hash ^ name[i]) * 0xC4CEB9FE1A85EC53ULL;
-    return size_t(hash ^ (hash >> 29));
+    return quint32(hash >> 32);
 }
 
 } // namespace
@@ -164,13 +173,16 @@ int IniFile::NameTable::find(std::u16string_view name) const
 {
     if (m_buckets.empty())
         return -1;
+    const quint32 hash = nameHash(name);
     const size_t mask = m_buckets.size() - 1;
-    for (size_t i = nameHash(name) & mask;; i = (i + 1) & mask) {
-        const int entry = m_buckets[i];
-        if (entry == 0)
+    for (size_t i = hash & mask;; i = (i + 1) & mask) {
+        const Bucket &bucket = m_buckets[i];
+        if (bucket.number < 0)
             return -1;
-        if (m_names[size_t(entry - 1)] == name)
-            return entry - 1;
+        if (bucket.hash == hash) {
+            if (std::u16string_view(m_names[size_t(bucket.number)]) == name)
+                return bucket.number;
+        }
     }
 }
 
@@ -179,24 +191,24 @@ int IniFile::NameTable::add(std::u16string_view name)
     if (const int known = find(name); known >= 0)
         return known;
     m_names.emplace_back(name);
-    // At most half full, so that a probe ends soon.
-    if (m_names.size() * 2 > m_buckets.size()) {
-        m_buckets.assign(std::max<size_t>(16, m_buckets.size() * 2), 0);
+    // At most a quarter full, so that a probe mostly ends at its first bucket.
+    if (m_names.size() * 4 > m_buckets.size()) {
+        m_buckets.assign(std::max<size_t>(16, m_buckets.size() * 2), Bucket());
         for (size_t n = 0; n < m_names.size(); ++n)
-            place(n);
+            place(int(n), nameHash(m_names[n]));
     } else {
-        place(m_names.size() - 1);
+        place(int(m_names.size()) - 1, nameHash(name));
     }
     return int(m_names.size()) - 1;
 }
 
-void IniFile::NameTable::place(size_t number)
+void IniFile::NameTable::place(int number, quint32 hash)
 {
     const size_t mask = m_buckets.size() - 1;
-    size_t i = nameHash(m_names[number]) & mask;
-    while (m_buckets[i] != 0)
+    size_t i = hash & mask;
+    while (m_buckets[i].number >= 0)
         i = (i + 1) & mask;
-    m_buckets[i] = int(number) + 1;
+    m_buckets[i] = {hash, number};
 }
 
 void IniFile::Selection::add(QStringView section, const QStringList &keys)
@@ -480,7 +492,7 @@ void IniFile::Section::value(int key, qsizetype bufferSize, QString &text) const
     const Span span = m_values[size_t(key)];
     switch (m_encoding) {
     case Encoding::Utf16:
-        text.resize(span.size);
+        makeRoom(text, span.size);
         std::memcpy(text.data(), m_wide.constData() + span.at, size_t(span.size) * sizeof(QChar));
         break;
     case Encoding::Utf8:

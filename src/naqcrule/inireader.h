@@ -39,9 +39,14 @@ class QARVO_EXPORT IniFile
         int size() const { return int(m_names.size()); }
 
     private:
-        void place(size_t number);
+        struct Bucket
+        {
+            quint32 hash = 0;
+            int number = -1; // -1: empty
+        };
+        void place(int number, quint32 hash);
         std::vector<std::u16string> m_names;
-        std::vector<int> m_buckets; // number + 1, or 0 for an empty bucket
+        std::vector<Bucket> m_buckets;
     };
 
 public:
@@ -83,6 +88,11 @@ public:
         QString value(int key, qsizetype bufferSize) const;
         // The same into `text`, whose buffer is reused: for values that are only looked at.
         void value(int key, qsizetype bufferSize, QString &text) const;
+        // Whether the key of that number has a value that is not empty.
+        bool hasValue(int key) const
+        {
+            return key >= 0 && size_t(key) < m_values.size() && m_values[size_t(key)].size > 0;
+        }
 
     private:
         friend class IniFile;
