@@ -6,6 +6,10 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QTemporaryDir>
+
+#include <benchmark/benchmark.h>
+#include <sqlite3.h>
 
 #include <cstdio>
 
@@ -72,6 +76,12 @@ bool fillRest(const StoreLocation &loc, int count)
 
 } // namespace
 
+QString scratchPath(const QString &name)
+{
+    static QTemporaryDir dir;
+    return dir.filePath(name);
+}
+
 std::unique_ptr<SqlRuleStore> filledStore(const QString &location, int rules)
 {
     auto store = std::make_unique<SqlRuleStore>();
@@ -97,6 +107,25 @@ std::unique_ptr<SqlRuleStore> filledStore(const QString &location, int rules)
     if (failed(calls::AddWMIRule(store.get(), first)) || !fillRest(store->location(), rules))
         return nullptr;
     return store;
+}
+
+int listWithSqlite(sqlite3 *db)
+{
+    sqlite3_stmt *statement = nullptr;
+    if (sqlite3_prepare_v2(db, ListQuery, -1, &statement, nullptr) != SQLITE_OK)
+        return -1;
+    int rows = 0;
+    while (sqlite3_step(statement) == SQLITE_ROW) {
+        benchmark::DoNotOptimize(sqlite3_column_int(statement, 0));
+        benchmark::DoNotOptimize(sqlite3_column_text(statement, 1));
+        benchmark::DoNotOptimize(sqlite3_column_bytes(statement, 1));
+        benchmark::DoNotOptimize(sqlite3_column_text(statement, 2));
+        benchmark::DoNotOptimize(sqlite3_column_bytes(statement, 2));
+        benchmark::DoNotOptimize(sqlite3_column_int(statement, 3));
+        ++rows;
+    }
+    sqlite3_finalize(statement);
+    return rows;
 }
 
 void dropSchema(const QString &url, const QString &schema)

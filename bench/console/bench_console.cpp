@@ -12,7 +12,6 @@
 #include <QApplication>
 #include <QFile>
 #include <QMainWindow>
-#include <QTemporaryDir>
 #include <QTimer>
 
 #include <sqlite3.h>
@@ -25,15 +24,9 @@ constexpr int Rules = 100000;
 // Longer than any start could take; a start that never paints ends there and is reported.
 constexpr int GiveUpMs = 120000;
 
-QTemporaryDir &workDir()
-{
-    static QTemporaryDir dir;
-    return dir;
-}
-
 QString storePath()
 {
-    return workDir().filePath(QStringLiteral("console.sqlite"));
+    return bench::scratchPath(QStringLiteral("console.sqlite"));
 }
 
 // Ends the event loop at the first paint of a widget that `painted` accepts.
@@ -88,22 +81,9 @@ void BM_SQLiteAndEmptyWindow(benchmark::State &state)
     const QByteArray path = QFile::encodeName(storePath());
     for (auto _ : state) {
         sqlite3 *db = nullptr;
-        sqlite3_stmt *statement = nullptr;
-        int rows = 0;
-        if (sqlite3_open_v2(path.constData(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK
-            && sqlite3_prepare_v2(db, "SELECT rule_id, rule_name, rule_comment, rule_wql FROM rules"
-                                      " WHERE category = 6",
-                                  -1, &statement, nullptr)
-                   == SQLITE_OK) {
-            while (sqlite3_step(statement) == SQLITE_ROW) {
-                benchmark::DoNotOptimize(sqlite3_column_int(statement, 0));
-                benchmark::DoNotOptimize(sqlite3_column_text(statement, 1));
-                benchmark::DoNotOptimize(sqlite3_column_text(statement, 2));
-                benchmark::DoNotOptimize(sqlite3_column_int(statement, 3));
-                ++rows;
-            }
-        }
-        sqlite3_finalize(statement);
+        int rows = -1;
+        if (sqlite3_open_v2(path.constData(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK)
+            rows = bench::listWithSqlite(db);
         sqlite3_close(db);
 
         QMainWindow window;

@@ -13,7 +13,6 @@
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QTemporaryDir>
 
 #include <libpq-fe.h>
 #include <sqlite3.h>
@@ -24,19 +23,9 @@ namespace {
 
 constexpr int Rules = 100000;
 
-// The store's own query for the WMI rule list.
-constexpr const char *ListQuery =
-    "SELECT rule_id, rule_name, rule_comment, rule_wql FROM rules WHERE category = 6";
-
-QTemporaryDir &workDir()
-{
-    static QTemporaryDir dir;
-    return dir;
-}
-
 QString sqlitePath()
 {
-    return workDir().filePath(QStringLiteral("bench.sqlite"));
+    return bench::scratchPath(QStringLiteral("bench.sqlite"));
 }
 
 QString pgSchema()
@@ -103,24 +92,9 @@ void BM_SQLiteCApi(benchmark::State &state)
         return;
     }
     for (auto _ : state) {
-        sqlite3_stmt *statement = nullptr;
-        if (sqlite3_prepare_v2(db, ListQuery, -1, &statement, nullptr) != SQLITE_OK) {
-            state.SkipWithError(sqlite3_errmsg(db));
-            break;
-        }
-        int rows = 0;
-        while (sqlite3_step(statement) == SQLITE_ROW) {
-            benchmark::DoNotOptimize(sqlite3_column_int(statement, 0));
-            benchmark::DoNotOptimize(sqlite3_column_text(statement, 1));
-            benchmark::DoNotOptimize(sqlite3_column_bytes(statement, 1));
-            benchmark::DoNotOptimize(sqlite3_column_text(statement, 2));
-            benchmark::DoNotOptimize(sqlite3_column_bytes(statement, 2));
-            benchmark::DoNotOptimize(sqlite3_column_int(statement, 3));
-            ++rows;
-        }
-        sqlite3_finalize(statement);
+        const int rows = bench::listWithSqlite(db);
         if (rows != Rules)
-            state.SkipWithError("rules missing");
+            state.SkipWithError(rows < 0 ? sqlite3_errmsg(db) : "rules missing");
     }
     sqlite3_close(db);
 }
@@ -152,7 +126,7 @@ void BM_PostgreSQLLibpq(benchmark::State &state)
         return;
     }
     const QByteArray query =
-        QByteArray(ListQuery).replace("FROM rules", "FROM " + pgSchema().toUtf8() + ".rules");
+        QByteArray(bench::ListQuery).replace("FROM rules", "FROM " + pgSchema().toUtf8() + ".rules");
     for (auto _ : state) {
         PGresult *result = PQexec(conn, query.constData());
         if (PQresultStatus(result) != PGRES_TUPLES_OK) {
