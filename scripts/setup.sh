@@ -1,10 +1,15 @@
 #!/usr/bin/env bash
 # Installs what building and testing qarvo needs on Debian 12, and nothing that is already there.
+# Every name is a real package (not one that another package merely provides), so that a machine
+# with everything installed is recognised as such and apt-get is never run on it.
+#   QARVO_WITH_BENCH=1     adds the sqlite3 and libpq headers the store benchmarks compare with
+#   QARVO_WITH_FUZZ=1      adds clang for the libFuzzer targets
+#   QARVO_WITH_PACKAGES=1  adds what `cpack -G DEB` needs
 set -euo pipefail
 
 packages=(
   cmake ninja-build g++ pkg-config
-  qt6-base-dev qt6-base-dev-tools libqt6svg6-dev libqt6sql6-sqlite libqt6sql6-psql libgl-dev
+  qt6-base-dev qt6-base-dev-tools qt6-svg-dev libqt6sql6-sqlite libqt6sql6-psql libgl-dev
   libbenchmark-dev
   postgresql
   fonts-dejavu-core
@@ -16,6 +21,9 @@ fi
 if [ "${QARVO_WITH_FUZZ:-0}" = 1 ]; then
   packages+=(clang-14 libclang-rt-14-dev)
 fi
+if [ "${QARVO_WITH_PACKAGES:-0}" = 1 ]; then
+  packages+=(dpkg-dev file)
+fi
 
 missing=()
 for p in "${packages[@]}"; do
@@ -23,9 +31,12 @@ for p in "${packages[@]}"; do
     missing+=("$p")
   fi
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "setup: all ${#packages[@]} packages are installed; nothing to do."
+  exit 0
+fi
 
-echo "Installing: ${missing[*]}"
+echo "setup: installing ${missing[*]}"
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
   as_root=(sudo)

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: once in the normal build and once under
 # AddressSanitizer and UndefinedBehaviorSanitizer, with a PostgreSQL server started for the store.
+# The normal build is also installed into a temporary prefix and the example host built against it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -15,4 +16,8 @@ for preset in ${QARVO_TEST_PRESETS:-default asan}; do
   cmake --build --preset "$preset"
   echo "== tests: $preset"
   ctest --preset "$preset" -j2
+  if [ "$preset" = default ]; then
+    echo "== install: the example host against an installed qarvo"
+    bash scripts/check-install.sh build/default
+  fi
 done

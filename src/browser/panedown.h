@@ -1,7 +1,5 @@
 #pragma once
 
-#include "dataservice/qarvo_export.h"
-
 #include <QList>
 #include <QPair>
 #include <QWidget>
@@ -15,7 +13,7 @@ namespace qarvo {
 class CGroupBox;
 
 // The selected rule's conditions (WMI category) or script actions (NAQC category).
-class QARVO_EXPORT CPaneDown : public QWidget
+class CPaneDown : public QWidget
 {
     Q_OBJECT
 public:

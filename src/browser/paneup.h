@@ -1,7 +1,5 @@
 #pragma once
 
-#include "dataservice/qarvo_export.h"
-
 #include <QPersistentModelIndex>
 #include <QPixmap>
 #include <QTreeView>
@@ -19,7 +17,7 @@ class RuleListModel;
 
 // The rule list itself: a report view that also answers a double click on empty space and opens
 // the context menu from the keyboard at the selected row.
-class QARVO_EXPORT RuleListView : public QTreeView
+class RuleListView : public QTreeView
 {
     Q_OBJECT
 public:
@@ -38,7 +36,7 @@ protected:
 };
 
 // The rule list of the view type that the host selected.
-class QARVO_EXPORT CPaneUP : public QWidget
+class CPaneUP : public QWidget
 {
     Q_OBJECT
 public:

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "dataservice/qarvo_export.h"
-
 #include <QAbstractTableModel>
 #include <QList>
 #include <QString>
@@ -15,7 +13,7 @@ namespace qarvo {
 // The rows behind the rule list. Columns are kept as their own list because every set-up of a
 // view adds its columns in front of whatever an earlier set-up left, while a row only ever fills
 // the first three columns.
-class QARVO_EXPORT RuleListModel : public QAbstractTableModel
+class RuleListModel : public QAbstractTableModel
 {
     Q_OBJECT
 public:
@@ -49,7 +47,7 @@ public:
     {
     public:
         Row &add() { return m_rows.emplace_back(); }
-        QARVO_EXPORT Text text(const QString &text);
+        Text text(const QString &text);
 
     private:
         friend class RuleListModel;

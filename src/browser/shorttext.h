@@ -1,7 +1,5 @@
 #pragma once
 
-#include "dataservice/qarvo_export.h"
-
 #include <QString>
 #include <QStyledItemDelegate>
 
@@ -14,14 +12,14 @@ inline constexpr qsizetype MaxShownText = 4096;
 
 // `text` itself when it is at most MaxShownText characters long; otherwise its first
 // MaxShownText characters (never half a surrogate pair) followed by an ellipsis.
-QARVO_EXPORT QString shownText(const QString &text);
-QARVO_EXPORT QString shownText(QStringView text);
+QString shownText(const QString &text);
+QString shownText(QStringView text);
 
 // Hands the style no more of a cell's text than the cell's width can show: the style lays out
 // every character it is given before it elides, and a cell of thousands of characters would cost
 // far more than the cell. The cut falls beyond the cell's edge, so what the cell shows is the
 // same.
-class QARVO_EXPORT CellTextDelegate : public QStyledItemDelegate
+class CellTextDelegate : public QStyledItemDelegate
 {
     Q_OBJECT
 public:

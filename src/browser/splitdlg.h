@@ -1,7 +1,5 @@
 #pragma once
 
-#include "dataservice/qarvo_export.h"
-
 #include <QSplitter>
 #include <QWidget>
 
@@ -12,7 +10,7 @@ class CPaneDown;
 
 // Two rows, one column: the rule list above, the selected rule's details below. Row 0 keeps the
 // height the user gave it when the control is resized; neither row gets lower than 100 pixels.
-class QARVO_EXPORT CMySplitterWnd : public QSplitter
+class CMySplitterWnd : public QSplitter
 {
     Q_OBJECT
 public:
@@ -49,7 +47,7 @@ private:
 };
 
 // The borderless child of the control that owns the frame and the splitter inside it.
-class QARVO_EXPORT CSplitDlg : public QWidget
+class CSplitDlg : public QWidget
 {
     Q_OBJECT
 public:

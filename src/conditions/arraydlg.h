@@ -3,8 +3,6 @@
 // The array value dialogs of the WMI condition editor: CArrayDlg ("Array Properties") keeps a
 // numbered list of values, CArrayInputDlg ("Input Data") asks for one value.
 
-#include "dataservice/qarvo_export.h"
-
 #include <QDialog>
 #include <QStringList>
 
@@ -16,10 +14,10 @@ namespace qarvo {
 
 // The array text is the values joined with "," and nothing else, so splitting is the inverse
 // only for values without ",". "a," gives "a" and an empty value.
-QARVO_EXPORT QStringList splitArrayText(const QString &text);
-QARVO_EXPORT QString joinArrayValues(const QStringList &values);
+QStringList splitArrayText(const QString &text);
+QString joinArrayValues(const QStringList &values);
 
-class QARVO_EXPORT CArrayInputDlg : public QDialog
+class CArrayInputDlg : public QDialog
 {
     Q_OBJECT
 public:
@@ -32,7 +30,7 @@ private:
     QLineEdit *m_value;
 };
 
-class QARVO_EXPORT CArrayDlg : public QDialog
+class CArrayDlg : public QDialog
 {
     Q_OBJECT
 public:

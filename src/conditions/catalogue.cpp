@@ -76,6 +76,23 @@ private:
     QByteArray m_latin1;
 };
 
+// The length of a "Values{...}" qualifier: up to the first "}" outside its quoted texts, or the
+// whole rest when it never closes.
+qsizetype meaningsLength(QStringView text)
+{
+    bool quoted = false;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
+        if (quoted && c == u'\\')
+            ++i;
+        else if (c == u'"')
+            quoted = !quoted;
+        else if (!quoted && c == u'}')
+            return i + 1;
+    }
+    return text.size();
+}
+
 } // namespace
 
 // ---- tree ---------------------------------------------------------------------------------------
@@ -197,7 +214,65 @@ FieldRecord parseFieldLine(QStringView line)
     };
     field.valueMap = qualifier(u"ValueMap{", u'}');
     field.units = qualifier(u"Units(", u')');
+    if (const qsizetype from = rest.indexOf(u"Values{"); from >= 0)
+        field.meanings = rest.mid(from, meaningsLength(rest.mid(from))).toString();
     return field;
+}
+
+QStringList valueMapChoices(QStringView valueMap)
+{
+    constexpr QStringView opening = u"ValueMap{";
+    const qsizetype start = valueMap.indexOf(opening);
+    QStringList choices;
+    if (start < 0)
+        return choices;
+    for (QStringView piece : valueMap.mid(start + opening.size()).split(u',')) {
+        const qsizetype first = piece.indexOf(u'"');
+        const qsizetype second = first < 0 ? -1 : piece.indexOf(u'"', first + 1);
+        if (second > first)
+            choices << piece.mid(first + 1, second - first - 1).toString();
+    }
+    return choices;
+}
+
+QString unitsText(QStringView units)
+{
+    constexpr QStringView opening = u"Units(";
+    const qsizetype start = units.indexOf(opening);
+    const qsizetype first = start < 0 ? -1 : units.indexOf(u'"', start + opening.size());
+    if (first < 0)
+        return {};
+    const qsizetype second = units.indexOf(u'"', first + 1);
+    return (second < 0 ? units.mid(first + 1) : units.mid(first + 1, second - first - 1))
+        .toString();
+}
+
+QStringList valueMeanings(QStringView meanings)
+{
+    QStringList out;
+    const qsizetype start = meanings.indexOf(u"Values{");
+    if (start < 0)
+        return out;
+    QString current;
+    bool quoted = false;
+    for (qsizetype i = start + 7; i < meanings.size(); ++i) {
+        const QChar c = meanings[i];
+        if (!quoted) {
+            if (c == u'}')
+                break;
+            if (c == u'"')
+                quoted = true;
+        } else if (c == u'\\' && i + 1 < meanings.size()) {
+            current.append(meanings[++i]);
+        } else if (c == u'"') {
+            out << current;
+            current.clear();
+            quoted = false;
+        } else {
+            current.append(c);
+        }
+    }
+    return out;
 }
 
 QString FieldFileFor(QStringView className)
@@ -251,6 +326,7 @@ void readClassList(QIODevice &device, ClassTree &tree)
             const QString name = dollar < 0 ? QString() : rest.left(dollar);
             const QString description = dollar < 0 ? rest : rest.mid(dollar + 1);
             lastInserted = tree.addNode(level2, name, FolderImage, FolderSelectedImage);
+            tree.nodes[lastInserted].isClass = true;
             tree.entries.append({name, description});
             tree.nodes[level2].expanded = true;
             break;
@@ -311,6 +387,25 @@ ClassFields readClassFields(QIODevice &device, QStringView className)
         }
     }
     return result;
+}
+
+// ---- class names -------------------------------------------------------------------------------
+
+QStringList readClassNames(QIODevice &device)
+{
+    QStringList names;
+    LineReader reader(device);
+    QByteArrayView raw;
+    while (reader.next(raw)) {
+        if (raw.isEmpty() || raw.front() != '#')
+            continue;
+        // The same cut as the tree's: the name ends at the first "$"; without one it is empty.
+        const QString rest = decodeLine(raw.data() + 1, raw.size() - 1);
+        const qsizetype dollar = rest.indexOf(u'$');
+        if (dollar > 0)
+            names.append(rest.left(dollar));
+    }
+    return names;
 }
 
 } // namespace qarvo::catalogue

@@ -28,17 +28,87 @@ void ClassTreeModel::setTree(catalogue::ClassTree tree)
 {
     beginResetModel();
     m_tree = std::move(tree);
-    m_rows.fill(0, m_tree.nodes.size());
-    for (const catalogue::TreeNode &node : std::as_const(m_tree.nodes)) {
-        for (qsizetype row = 0; row < node.children.size(); ++row)
-            m_rows[node.children[row]] = int(row);
-    }
+    m_filter.clear();
+    m_shown.clear();
+    m_shownChildren.clear();
+    computeRows();
     endResetModel();
+}
+
+void ClassTreeModel::computeRows()
+{
+    m_rows.fill(0, m_tree.nodes.size());
+    for (int node = 0; node < m_tree.nodes.size(); ++node) {
+        const QList<int> &children = childrenOf(node);
+        for (qsizetype row = 0; row < children.size(); ++row)
+            m_rows[children[row]] = int(row);
+    }
+}
+
+const QList<int> &ClassTreeModel::childrenOf(int node) const
+{
+    return isFiltered() ? m_shownChildren[node] : m_tree.nodes[node].children;
+}
+
+bool ClassTreeModel::matches(int node) const
+{
+    const catalogue::TreeNode &n = m_tree.nodes[node];
+    return n.isClass && n.text.contains(m_filter, Qt::CaseInsensitive);
+}
+
+void ClassTreeModel::setFilter(const QString &text)
+{
+    beginResetModel();
+    m_filter = text.trimmed();
+    m_shown.clear();
+    m_shownChildren.clear();
+    const qsizetype count = m_tree.nodes.size();
+    if (isFiltered() && count > 0) {
+        // A parent always comes before its children in the node list, so one pass down finds
+        // everything inside a matching class and one pass up adds the categories above.
+        m_shown.fill(false, count);
+        for (int node = 0; node < count; ++node) {
+            const int parent = m_tree.nodes[node].parent;
+            m_shown[node] = matches(node) || (parent >= 0 && m_shown[parent]);
+        }
+        for (int node = int(count) - 1; node > 0; --node) {
+            if (m_shown[node])
+                m_shown[m_tree.nodes[node].parent] = true;
+        }
+        m_shown[0] = true;
+        m_shownChildren.resize(count);
+        for (int node = 0; node < count; ++node) {
+            if (!m_shown[node])
+                continue;
+            for (int child : m_tree.nodes[node].children) {
+                if (m_shown[child])
+                    m_shownChildren[node].append(child);
+            }
+        }
+    }
+    computeRows();
+    endResetModel();
+}
+
+QModelIndex ClassTreeModel::firstMatch() const
+{
+    if (!isFiltered() || m_tree.nodes.isEmpty())
+        return {};
+    QList<int> stack{0};
+    while (!stack.isEmpty()) {
+        const int node = stack.takeLast();
+        if (matches(node))
+            return indexOfNode(node);
+        const QList<int> &children = childrenOf(node);
+        for (auto it = children.crbegin(); it != children.crend(); ++it)
+            stack.append(*it);
+    }
+    return {};
 }
 
 QModelIndex ClassTreeModel::indexOfNode(int node) const
 {
-    if (node < 0 || node >= m_tree.nodes.size())
+    if (node < 0 || node >= m_tree.nodes.size() || (isFiltered() && !m_shown[node]))
         return {};
     return createIndex(m_rows[node], 0, quintptr(node));
 }
@@ -66,6 +136,10 @@ QModelIndex ClassTreeModel::findText(const QString &text) const
 
 void ClassTreeModel::applyExpansion(QTreeView *view) const
 {
+    if (isFiltered()) {
+        view->expandAll();
+        return;
+    }
     for (int node = 0; node < m_tree.nodes.size(); ++node) {
         if (m_tree.nodes[node].expanded)
             view->setExpanded(indexOfNode(node), true);
@@ -80,9 +154,9 @@ QModelIndex ClassTreeModel::index(int row, int column, const QModelIndex &parent
         return row == 0 && !m_tree.nodes.isEmpty() ? createIndex(0, 0, quintptr(0))
                                                     : QModelIndex();
     const int node = nodeOf(parent);
-    if (node < 0 || row >= m_tree.nodes[node].children.size())
+    if (node < 0 || row >= childrenOf(node).size())
         return {};
-    return createIndex(row, 0, quintptr(m_tree.nodes[node].children[row]));
+    return createIndex(row, 0, quintptr(childrenOf(node)[row]));
 }
 
 QModelIndex ClassTreeModel::parent(const QModelIndex &child) const
@@ -100,7 +174,7 @@ int ClassTreeModel::rowCount(const QModelIndex &parent) const
     if (parent.column() != 0)
         return 0;
     const int node = nodeOf(parent);
-    return node < 0 ? 0 : int(m_tree.nodes[node].children.size());
+    return node < 0 ? 0 : int(childrenOf(node).size());
 }
 
 int ClassTreeModel::columnCount(const QModelIndex &) const

@@ -4,8 +4,6 @@
 // them. The dialogs themselves (CWMIDlg, CWQLDlg) live next to this header; tests can reroute
 // the editors here and restore them with resetConditionEditors().
 
-#include "dataservice/qarvo_export.h"
-
 #include <QString>
 
 #include <functional>
@@ -49,19 +47,19 @@ struct ConditionEditors
                                               const std::optional<WQLCondition> &existing)> wql;
 };
 
-QARVO_EXPORT ConditionEditors &conditionEditors();
-QARVO_EXPORT void resetConditionEditors();
+ConditionEditors &conditionEditors();
+void resetConditionEditors();
 
 // Opens the editor modally, for a new condition or to edit `existing`; nothing when cancelled.
-QARVO_EXPORT std::optional<WMICondition> editWMICondition(
+std::optional<WMICondition> editWMICondition(
     QWidget *parent, const std::optional<WMICondition> &existing = std::nullopt);
-QARVO_EXPORT std::optional<WQLCondition> editWQLCondition(
+std::optional<WQLCondition> editWQLCondition(
     QWidget *parent, const std::optional<WQLCondition> &existing = std::nullopt);
 
 // The real dialogs.
-QARVO_EXPORT std::optional<WMICondition> runWMIDlg(QWidget *parent,
-                                                   const std::optional<WMICondition> &existing);
-QARVO_EXPORT std::optional<WQLCondition> runWQLDlg(QWidget *parent,
-                                                   const std::optional<WQLCondition> &existing);
+std::optional<WMICondition> runWMIDlg(QWidget *parent,
+                                      const std::optional<WMICondition> &existing);
+std::optional<WQLCondition> runWQLDlg(QWidget *parent,
+                                      const std::optional<WQLCondition> &existing);
 
 } // namespace qarvo

@@ -11,10 +11,12 @@
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QShortcut>
 #include <QTreeView>
 #include <QTreeWidget>
 #include <QVBoxLayout>
@@ -36,34 +38,11 @@ QString forDisplay(const QString &text)
     return out;
 }
 
-// "ValueMap{"Boot", "Auto"}" gives Boot and Auto: each piece between commas contributes the text
-// between its first two double quotes.
-QStringList valueMapChoices(const QString &valueMap)
+// The value a value-list item stands for: the code alone, whatever the item shows.
+QString itemValue(const QComboBox *list, int index)
 {
-    const QString opening = QStringLiteral("ValueMap{");
-    const qsizetype start = valueMap.indexOf(opening);
-    QStringList choices;
-    if (start < 0)
-        return choices;
-    for (const QString &piece : valueMap.mid(start + opening.size()).split(u',')) {
-        const qsizetype first = piece.indexOf(u'"');
-        const qsizetype second = first < 0 ? -1 : piece.indexOf(u'"', first + 1);
-        if (second > first)
-            choices << piece.mid(first + 1, second - first - 1);
-    }
-    return choices;
-}
-
-// "Units("bytes")" gives bytes.
-QString unitsText(const QString &units)
-{
-    const QString opening = QStringLiteral("Units(");
-    const qsizetype start = units.indexOf(opening);
-    const qsizetype first = units.indexOf(u'"', start + opening.size());
-    if (first < 0)
-        return {};
-    const qsizetype second = units.indexOf(u'"', first + 1);
-    return second < 0 ? units.mid(first + 1) : units.mid(first + 1, second - first - 1);
+    const QVariant code = list->itemData(index);
+    return code.isValid() ? code.toString() : list->itemText(index);
 }
 
 QLineEdit *readOnlyEdit(const char *name, QWidget *parent)
@@ -124,7 +103,27 @@ CWMIDlg::CWMIDlg(QWidget *parent) : QDialog(parent)
     m_tree->header()->setStretchLastSection(false);
     m_tree->header()->resizeSection(0, 330);
     connect(m_tree->selectionModel(), &QItemSelectionModel::currentChanged, this,
-            [this](const QModelIndex &current) { selectTreeNode(current); });
+            [this](const QModelIndex &current) {
+                // Coming back to the node shown (after a search hid it) keeps its fields and
+                // the field chosen.
+                if (!current.isValid() || m_model->nodeOf(current) != m_shownNode)
+                    selectTreeNode(current);
+            });
+
+    m_search = new QLineEdit(this);
+    m_search->setObjectName(QStringLiteral("classSearch"));
+    m_search->setAccessibleName(QStringLiteral("Search classes"));
+    m_search->setPlaceholderText(QStringLiteral("Search classes (Ctrl+F)"));
+    m_search->setToolTip(
+        QStringLiteral("Shows the classes whose names hold this text; Enter picks the first"));
+    m_search->setClearButtonEnabled(true);
+    m_search->installEventFilter(this);
+    connect(m_search, &QLineEdit::textChanged, this, &CWMIDlg::applySearch);
+    auto *find = new QShortcut(QKeySequence::Find, this);
+    connect(find, &QShortcut::activated, this, [this] {
+        m_search->setFocus(Qt::ShortcutFocusReason);
+        m_search->selectAll();
+    });
 
     m_fields = new QTreeWidget(this);
     m_fields->setObjectName(QStringLiteral("fieldList"));
@@ -209,8 +208,12 @@ CWMIDlg::CWMIDlg(QWidget *parent) : QDialog(parent)
     right->addLayout(classSide, 3);
     right->addLayout(conditionSide, 2);
 
+    auto *left = new QVBoxLayout;
+    left->addWidget(m_search);
+    left->addWidget(m_tree, 1);
+
     auto *body = new QHBoxLayout;
-    body->addWidget(m_tree, 2);
+    body->addLayout(left, 2);
     body->addLayout(right, 3);
 
     auto *buttons = new QHBoxLayout;
@@ -222,6 +225,7 @@ CWMIDlg::CWMIDlg(QWidget *parent) : QDialog(parent)
     layout->addLayout(body, 1);
     layout->addLayout(buttons);
 
+    setTabOrder(m_search, m_tree);
     setTabOrder(m_tree, m_fields);
     setTabOrder(m_fields, m_condition);
     setTabOrder(m_condition, m_value);
@@ -292,14 +296,57 @@ void CWMIDlg::initDialog()
         m_fields->setFocus();
     }
     m_value->setText(m_edit->value);
-    m_valueList->setCurrentIndex(
-        m_valueList->findText(m_edit->value, Qt::MatchExactly | Qt::MatchCaseSensitive));
+    int chosen = -1;
+    for (int i = 0; i < m_valueList->count() && chosen < 0; ++i) {
+        if (itemValue(m_valueList, i) == m_edit->value)
+            chosen = i;
+    }
+    m_valueList->setCurrentIndex(chosen);
     m_condition->setCurrentIndex(
         m_condition->findText(m_edit->condition, Qt::MatchStartsWith | Qt::MatchCaseSensitive));
 }
 
+void CWMIDlg::applySearch(const QString &text)
+{
+    m_model->setFilter(text);
+    m_model->applyExpansion(m_tree);
+    const QModelIndex shown = m_model->indexOfNode(m_shownNode);
+    if (shown.isValid()) {
+        m_tree->selectionModel()->setCurrentIndex(shown, QItemSelectionModel::ClearAndSelect);
+        m_tree->scrollTo(shown);
+    }
+}
+
+bool CWMIDlg::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched != m_search || event->type() != QEvent::KeyPress)
+        return QDialog::eventFilter(watched, event);
+    // Enter and Escape belong to the search here, not to the dialog's OK and Cancel.
+    switch (static_cast<QKeyEvent *>(event)->key()) {
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        if (const QModelIndex first = m_model->firstMatch(); first.isValid()) {
+            m_tree->setCurrentIndex(first);
+            m_tree->scrollTo(first);
+            m_tree->setFocus(Qt::OtherFocusReason);
+        }
+        return true;
+    case Qt::Key_Escape:
+        if (m_search->text().isEmpty())
+            return false;
+        m_search->clear();
+        return true;
+    case Qt::Key_Down:
+        m_tree->setFocus(Qt::TabFocusReason);
+        return true;
+    default:
+        return false;
+    }
+}
+
 void CWMIDlg::selectTreeNode(const QModelIndex &index)
 {
+    m_shownNode = m_model->nodeOf(index);
     m_fields->clear();
     m_field->clear();
     m_type->clear();
@@ -408,11 +455,19 @@ void CWMIDlg::selectFieldRow(QTreeWidgetItem *item)
         if (record->valueMap.contains(QLatin1String("ValueMap{"))) {
             m_value->hide();
             m_valueList->clear();
-            m_valueList->addItems(valueMapChoices(record->valueMap));
+            const QStringList codes = catalogue::valueMapChoices(record->valueMap);
+            const QStringList meanings = catalogue::valueMeanings(record->meanings);
+            for (qsizetype i = 0; i < codes.size(); ++i) {
+                // The list shows what a code means; the rule still stores the code alone.
+                const QString meaning = i < meanings.size() ? meanings[i] : QString();
+                const QString shown =
+                    meaning.isEmpty() ? codes[i] : codes[i] + QStringLiteral(" \u2013 ") + meaning;
+                m_valueList->addItem(shown, codes[i]);
+            }
             m_valueList->show();
         }
         if (record->units.contains(QLatin1String("Units("))) {
-            m_units->setText(unitsText(record->units));
+            m_units->setText(catalogue::unitsText(record->units));
             m_units->show();
         }
     }
@@ -437,8 +492,7 @@ void CWMIDlg::openArray()
 void CWMIDlg::accept()
 {
     WMIDlgEntries entries;
-    const QModelIndex node = m_tree->currentIndex();
-    entries.className = node.isValid() ? node.data(Qt::DisplayRole).toString() : QString();
+    entries.className = m_shownNode >= 0 ? m_model->tree().nodes[m_shownNode].text : QString();
     entries.field = m_field->text();
     entries.operatorChosen = m_condition->currentIndex() >= 0;
     entries.valueEditShown = !m_value->isHidden();
@@ -474,7 +528,8 @@ void CWMIDlg::accept()
     m_result.field = entries.field;
     m_result.type = m_type->text();
     m_result.condition = m_condition->currentText();
-    m_result.value = entries.valueListShown ? m_valueList->currentText() : entries.valueText;
+    m_result.value = entries.valueListShown ? itemValue(m_valueList, m_valueList->currentIndex())
+                                            : entries.valueText;
     QDialog::accept();
 }
 

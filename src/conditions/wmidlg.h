@@ -6,7 +6,6 @@
 
 #include "conditions/catalogue.h"
 #include "conditions/editors.h"
-#include "dataservice/qarvo_export.h"
 
 #include <QDialog>
 
@@ -37,9 +36,9 @@ struct WMIDlgEntries
     bool valueListChosen = false;
 };
 // The string id of the first failing check, or 0 when the condition is complete.
-QARVO_EXPORT int firstWMIDlgProblem(const WMIDlgEntries &entries);
+int firstWMIDlgProblem(const WMIDlgEntries &entries);
 
-class QARVO_EXPORT CWMIDlg : public QDialog
+class CWMIDlg : public QDialog
 {
     Q_OBJECT
 public:
@@ -57,8 +56,12 @@ public:
     void setVisible(bool visible) override;
     void accept() override;
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     void initDialog();
+    void applySearch(const QString &text);
     void selectTreeNode(const QModelIndex &index);
     void selectFieldRow(QTreeWidgetItem *item);
     void showValueEdit(bool writable);
@@ -72,6 +75,8 @@ private:
     QList<catalogue::FieldRecord> m_records;
 
     ClassTreeModel *m_model;
+    int m_shownNode = -1; // the node whose fields are shown; a search may hide it for a while
+    QLineEdit *m_search;
     QTreeView *m_tree;
     QTreeWidget *m_fields;
     QPlainTextEdit *m_description;

@@ -1,5 +1,6 @@
 #include "conditions/wqldlg.h"
 
+#include "conditions/conditioncheck.h"
 #include "conditions/okcancel.h"
 #include "resources/strings.h"
 #include "resources/ui.h"
@@ -14,11 +15,15 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QStyle>
 #include <QVBoxLayout>
 
 namespace qarvo {
 
 namespace {
+
+// Lines of advice shown at once; the tooltip has them all.
+constexpr int AdviceLines = 3;
 
 const QStringList AllOperators{"=", "!=", ">", "<", ">=", "<="};
 const QStringList ValueOperators{"=", "!=", ">", "<", ">=", "<=", "in", "not in"};
@@ -138,6 +143,20 @@ CWQLDlg::CWQLDlg(QWidget *parent) : QDialog(parent)
     queryGrid->addWidget(label(QStringLiteral("WHERE"), m_where), 3, 0, Qt::AlignTop);
     queryGrid->addWidget(m_where, 3, 1);
 
+    m_adviceIcon = new QLabel(this);
+    m_adviceIcon->setObjectName(QStringLiteral("adviceIcon"));
+    const int iconSize = style()->pixelMetric(QStyle::PM_SmallIconSize, nullptr, this);
+    m_adviceIcon->setPixmap(style()->standardIcon(QStyle::SP_MessageBoxWarning, nullptr, this)
+                                .pixmap(iconSize, iconSize));
+    m_adviceIcon->hide();
+    m_advice = new QLabel(this);
+    m_advice->setObjectName(QStringLiteral("adviceLabel"));
+    m_advice->setAccessibleName(QStringLiteral("Query advice"));
+    m_advice->setWordWrap(true);
+    m_advice->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    queryGrid->addWidget(m_adviceIcon, 4, 0, Qt::AlignRight | Qt::AlignTop);
+    queryGrid->addWidget(m_advice, 4, 1);
+
     auto *test = new QGroupBox(QStringLiteral("Condition"), this);
     auto *testGrid = new QGridLayout(test);
     testGrid->addWidget(m_countMode, 0, 0);
@@ -189,7 +208,51 @@ CWQLDlg::CWQLDlg(QWidget *parent) : QDialog(parent)
     applyCountMode();
     m_nameSpace->setText(QStringLiteral("Root\\CIMV2"));
 
+    m_schema = std::make_unique<wql::Schema>(catalogue::programDirectory());
+    for (QLineEdit *edit : {m_nameSpace, m_select, m_from, m_field})
+        connect(edit, &QLineEdit::textChanged, this, &CWQLDlg::updateAdvice);
+    connect(m_where, &QPlainTextEdit::textChanged, this, &CWQLDlg::updateAdvice);
+    connect(m_fieldType, &QComboBox::currentTextChanged, this, &CWQLDlg::updateAdvice);
+    connect(modes, &QButtonGroup::idClicked, this, &CWQLDlg::updateAdvice);
+
     resize(460, 420);
+}
+
+CWQLDlg::~CWQLDlg() = default;
+
+void CWQLDlg::updateAdvice()
+{
+    WQLCondition c;
+    c.nameSpace = m_nameSpace->text();
+    c.select = m_select->text();
+    c.from = m_from->text();
+    c.where = m_where->toPlainText();
+    c.mode = m_valueMode->isChecked() ? 2 : 1;
+    c.field = m_field->text();
+    c.fieldType = m_fieldType->currentIndex() >= 0 ? m_fieldType->currentText() : QString();
+    QStringList lines;
+    for (const wql::Advice &a : wql::checkWQLCondition(c, *m_schema))
+        lines.append(wql::adviceText(a));
+    QStringList shown = lines.mid(0, AdviceLines);
+    if (lines.size() > AdviceLines)
+        shown.append(QStringLiteral("(and %1 more)").arg(lines.size() - AdviceLines));
+    m_advice->setText(shown.join(u'\n'));
+    m_advice->setToolTip(lines.join(u'\n'));
+    m_adviceIcon->setVisible(!lines.isEmpty());
+    fitAdvice();
+}
+
+void CWQLDlg::fitAdvice()
+{
+    const int height = m_advice->text().isEmpty() ? 0 : m_advice->heightForWidth(m_advice->width());
+    if (height != m_advice->minimumHeight())
+        m_advice->setMinimumHeight(height);
+}
+
+void CWQLDlg::resizeEvent(QResizeEvent *event)
+{
+    QDialog::resizeEvent(event);
+    fitAdvice();
 }
 
 void CWQLDlg::setEditCondition(const WQLCondition &c)
@@ -216,6 +279,7 @@ void CWQLDlg::setEditCondition(const WQLCondition &c)
         if (!m_value->isHidden())
             m_value->setText(c.value);
         applyValueMode();
+        updateAdvice();
         return;
     }
 
@@ -224,6 +288,7 @@ void CWQLDlg::setEditCondition(const WQLCondition &c)
         m_countCondition->findText(c.op, Qt::MatchExactly | Qt::MatchCaseSensitive));
     m_count->setText(c.count);
     applyCountMode();
+    updateAdvice();
 }
 
 void CWQLDlg::applyCountMode()

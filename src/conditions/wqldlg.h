@@ -5,17 +5,23 @@
 // them (Value).
 
 #include "conditions/editors.h"
-#include "dataservice/qarvo_export.h"
 
 #include <QDialog>
 
+#include <memory>
+
 class QComboBox;
+class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
 class QPushButton;
 class QRadioButton;
 
 namespace qarvo {
+
+namespace wql {
+class Schema;
+}
 
 // What the OK check looks at, in one place so that the order is plain to read.
 struct WQLDlgEntries
@@ -40,13 +46,14 @@ struct WQLDlgProblem
     int stringId = 0;
     const char *focus = nullptr;
 };
-QARVO_EXPORT WQLDlgProblem firstWQLDlgProblem(const WQLDlgEntries &entries);
+WQLDlgProblem firstWQLDlgProblem(const WQLDlgEntries &entries);
 
-class QARVO_EXPORT CWQLDlg : public QDialog
+class CWQLDlg : public QDialog
 {
     Q_OBJECT
 public:
     explicit CWQLDlg(QWidget *parent = nullptr);
+    ~CWQLDlg() override;
 
     // Opens the dialog on an existing condition; its mode (1 Count, 2 Value) is the edit mode.
     void setEditCondition(const WQLCondition &condition);
@@ -56,13 +63,22 @@ public:
 
     void accept() override;
 
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+
 private:
     void applyCountMode();
     void applyValueMode();
     void fillListsForType(const QString &type, bool clearValue);
     void filterCount(const QString &text);
+    // The line under the query parts: what the query gets wrong, as far as the grammar and the
+    // catalogue tell. It never stands in the way of OK.
+    void updateAdvice();
+    // A wrapped label does not make a window taller by itself; this gives it the room it needs.
+    void fitAdvice();
 
     WQLCondition m_result;
+    std::unique_ptr<wql::Schema> m_schema;
 
     QLineEdit *m_nameSpace;
     QLineEdit *m_select;
@@ -77,6 +93,8 @@ private:
     QComboBox *m_valueCondition;
     QLineEdit *m_value;
     QComboBox *m_valueChoice;
+    QLabel *m_adviceIcon;
+    QLabel *m_advice;
 };
 
 } // namespace qarvo

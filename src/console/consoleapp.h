@@ -13,9 +13,11 @@ struct Options
     QString database;   // empty: the default SQLite file
     qint16 view = 6;    // rule category shown first
     QString screenshot; // render to this PNG and exit
+    bool check = false; // list the stored rules that the catalogue or the WQL grammar faults, and exit
+    bool history = false; // print the rule history and exit
 };
 
-enum class ParseResult { Run, Help, Error, BadDatabase };
+enum class ParseResult { Run, Help, Error, BadDatabase, Register, Unregister };
 
 // `arguments` includes the program name. For Help, `message` is the help text; for Error, the
 // reason.
@@ -28,6 +30,14 @@ void setIdentity();
 // caller chose a platform. Returns false, having said why, when there is nowhere to show the
 // window.
 bool prepareEnvironment(const Options &options);
+
+// Prints the rule history of the store, one version a line; needs no display. Returns the exit
+// code.
+int printHistory(const Options &options);
+// --register / --unregister: writes or removes the control's registration under the manager's
+// settings key, for hosts that look the control up there. Returns the exit code; `message` says
+// what was written or removed where, or why nothing was.
+int changeRegistration(bool install, QString *message);
 
 // Opens the store and runs the console (or takes the screenshot); returns the exit code.
 int run(const Options &options);

@@ -1,5 +1,9 @@
 #include "console/consolewindow.h"
 
+#include "conditions/conditioncheck.h"
+#include "console/rulecheck.h"
+#include "console/rulecheckdialog.h"
+#include "console/historydialog.h"
 #include "console/usagedialog.h"
 #include "control/qarvoctrl.h"
 #include "control/sheets.h"
@@ -34,7 +38,8 @@ ConsoleWindow::ConsoleWindow(SqlRuleStore *store, qint16 view, DataService *serv
 {
     setObjectName(QStringLiteral("consoleWindow"));
     // Ends with the application's display name, which some platforms would otherwise append.
-    setWindowTitle(QStringLiteral("%1 \u2014 qarvo console").arg(store->location().displayText()));
+    const QString readOnly = store->isReadOnly() ? QStringLiteral(" (read-only)") : QString();
+    setWindowTitle(QStringLiteral("%1%2 \u2014 qarvo console").arg(store->location().displayText(), readOnly));
     setWindowIcon(images::icon(images::WmiRule));
 
     createScopeTree();
@@ -60,8 +65,11 @@ ConsoleWindow::ConsoleWindow(SqlRuleStore *store, qint16 view, DataService *serv
     m_viewLabel = new QLabel;
     m_viewLabel->setObjectName(QStringLiteral("viewLabel"));
     statusBar()->addWidget(m_viewLabel, 1);
-    auto *databaseLabel = new QLabel(QStringLiteral("Rule store: %1").arg(store->location().displayText()));
+    auto *databaseLabel =
+        new QLabel(QStringLiteral("Rule store: %1%2").arg(store->location().displayText(), readOnly));
     databaseLabel->setObjectName(QStringLiteral("databaseLabel"));
+    if (store->isReadOnly())
+        databaseLabel->setToolTip(QStringLiteral("This user may look at the rules of this store, not change them."));
     statusBar()->addPermanentWidget(databaseLabel);
 
     resize(1000, 680);
@@ -127,6 +135,12 @@ void ConsoleWindow::createActions()
                               QStringLiteral("actionAddRuleReference"),
                               QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R),
                               QStringLiteral("Record that one rule uses another"));
+    QAction *check = make(QStringLiteral("C&heck Rules…"), QStringLiteral("actionCheckRules"),
+                          QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_K),
+                          QStringLiteral("List the WMI and WQL rules whose query or class has a problem"));
+    QAction *history = make(QStringLiteral("Rule &History\u2026"), QStringLiteral("actionRuleHistory"),
+                            QKeySequence(Qt::CTRL | Qt::Key_H),
+                            QStringLiteral("Look at earlier versions of rules and bring one back"));
     QAction *refresh = make(QStringLiteral("&Refresh"), QStringLiteral("actionRefresh"),
                             QKeySequence(QKeySequence::Refresh),
                             QStringLiteral("Load the rule list again from the rule store"),
@@ -152,6 +166,8 @@ void ConsoleWindow::createActions()
     connect(newWql, &QAction::triggered, this, &ConsoleWindow::newWQLRule);
     connect(newNaqc, &QAction::triggered, this, &ConsoleWindow::newNAQCRule);
     connect(reference, &QAction::triggered, this, &ConsoleWindow::addRuleReference);
+    connect(check, &QAction::triggered, this, &ConsoleWindow::checkRules);
+    connect(history, &QAction::triggered, this, &ConsoleWindow::showHistory);
     connect(refresh, &QAction::triggered, this, &ConsoleWindow::refresh);
     connect(m_naqcView, &QAction::triggered, this, [this] { showView(category::NAQC); });
     connect(m_wmiView, &QAction::triggered, this, [this] { showView(category::WMI); });
@@ -166,6 +182,8 @@ void ConsoleWindow::createActions()
     action->addAction(newNaqc);
     action->addSeparator();
     action->addAction(reference);
+    action->addAction(check);
+    action->addAction(history);
     action->addSeparator();
     action->addAction(refresh);
     QMenu *view = menuBar()->addMenu(QStringLiteral("&View"));
@@ -183,6 +201,13 @@ void ConsoleWindow::createActions()
     bar->addAction(newNaqc);
     bar->addSeparator();
     bar->addAction(refresh);
+
+    if (m_store->isReadOnly()) {
+        for (QAction *a : {newWmi, newWql, newNaqc, reference}) {
+            a->setEnabled(false);
+            a->setStatusTip(QStringLiteral("The rule store is read-only"));
+        }
+    }
 }
 
 void ConsoleWindow::showView(qint16 view)
@@ -253,6 +278,29 @@ void ConsoleWindow::addRuleReference()
     m_ctrl->RefreshList();
     statusBar()->showMessage(QStringLiteral("%1 now uses %2").arg(dialog.userName(), dialog.usedName()),
                              5000);
+}
+
+void ConsoleWindow::checkRules()
+{
+    wql::Schema schema(catalogue::programDirectory());
+    RuleCheck check;
+    QString error;
+    if (!checkStoredRules(m_store, schema, &check, &error)) {
+        ui::showMessage(this, {QStringLiteral("qarvo console"),
+                               QStringLiteral("%1 %2").arg(error, m_store->lastError()).trimmed(),
+                               ui::MessageIcon::Critical});
+        return;
+    }
+    RuleCheckDialog dialog(check, this);
+    dialog.exec();
+}
+
+void ConsoleWindow::showHistory()
+{
+    HistoryDialog dialog(m_store, this);
+    dialog.exec();
+    if (dialog.changedStore())
+        m_ctrl->RefreshList();
 }
 
 void ConsoleWindow::about()

@@ -43,6 +43,8 @@ public Q_SLOTS:
     void newNAQCRule();
     void refresh();
     void addRuleReference();
+    void checkRules();
+    void showHistory();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;

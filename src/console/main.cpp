@@ -14,7 +14,8 @@ int main(int argc, char *argv[])
         arguments.append(QString::fromLocal8Bit(argv[i]));
     Options options;
     QString message;
-    switch (parseOptions(arguments, &options, &message)) {
+    const ParseResult result = parseOptions(arguments, &options, &message);
+    switch (result) {
     case ParseResult::Help:
         std::fputs(qUtf8Printable(message), stdout);
         return 0;
@@ -24,8 +25,23 @@ int main(int argc, char *argv[])
     case ParseResult::BadDatabase:
         std::fprintf(stderr, "qarvo-console: %s\n", qUtf8Printable(message));
         return 1;
+    case ParseResult::Register:
+    case ParseResult::Unregister: {
+        QCoreApplication app(argc, argv);
+        QString text;
+        const int code = changeRegistration(result == ParseResult::Register, &text);
+        if (code == 0)
+            std::printf("%s\n", qUtf8Printable(text));
+        else
+            std::fprintf(stderr, "qarvo-console: %s\n", qUtf8Printable(text));
+        return code;
+    }
     case ParseResult::Run:
         break;
+    }
+    if (options.history) {
+        QCoreApplication app(argc, argv);
+        return printHistory(options);
     }
     if (!prepareEnvironment(options))
         return 2;

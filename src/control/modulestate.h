@@ -3,11 +3,9 @@
 // The one shared state of the module: the data service the host handed over last and the three
 // edition values of ShowPane. Only the control's dispatch members write it; panes and sheets read.
 
-#include "dataservice/qarvo_export.h"
+#include "control/edition.h"
 
 #include <QString>
-
-#include <functional>
 
 class CqarvoCtrl;
 class QWidget;
@@ -16,7 +14,7 @@ namespace qarvo {
 
 class DataService;
 
-class QARVO_EXPORT ModuleState
+class ModuleState
 {
 public:
     static const ModuleState &instance();
@@ -41,11 +39,7 @@ inline DataService *currentDataService()
     return ModuleState::instance().dataService();
 }
 
-// The edition/licence check. Where it may refuse an action it is asked; a refusing check shows
-// its own message. By default everything is allowed; a host can install its own.
-enum class EditionAction { LoadList, Properties, ContextMenu, Delete };
-using EditionCheck = std::function<bool(qint16 category, EditionAction action, QWidget *parent)>;
-QARVO_EXPORT void setEditionCheck(EditionCheck check);
-QARVO_EXPORT bool editionAllows(qint16 category, EditionAction action, QWidget *parent);
+// Asks the check a host installed (see edition.h); true when none is installed.
+bool editionAllows(qint16 category, EditionAction action, QWidget *parent);
 
 } // namespace qarvo

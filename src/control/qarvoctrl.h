@@ -4,8 +4,8 @@
 // ShowPane and opens the rule sheets through the Show… members; the members are declared in the
 // order of their dispatch ids so that late binding sees them as a script host would.
 
-#include "dataservice/dataservice.h"
-#include "dataservice/qarvo_export.h"
+#include <qarvo/dataservice/dataservice.h>
+#include <qarvo/dataservice/qarvo_export.h>
 
 #include <QWidget>
 

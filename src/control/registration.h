@@ -1,6 +1,6 @@
 #pragma once
 
-#include "dataservice/qarvo_export.h"
+#include <qarvo/dataservice/qarvo_export.h>
 
 #include <QtGlobal>
 

@@ -3,16 +3,14 @@
 // The manager's settings key: "Software\Velmsystem\VelmNAPManager" in the machine scope (the
 // registry key itself on Windows, an INI file under the system configuration path elsewhere).
 
-#include "dataservice/qarvo_export.h"
-
 #include <QSettings>
 
 #include <memory>
 
 namespace qarvo {
 
-QARVO_EXPORT std::unique_ptr<QSettings> managerSettings();
+std::unique_ptr<QSettings> managerSettings();
 // The key is only ever opened, never created: it belongs to the manager's installation.
-QARVO_EXPORT bool managerKeyExists();
+bool managerKeyExists();
 
 } // namespace qarvo

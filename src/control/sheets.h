@@ -3,8 +3,6 @@
 // The one place through which the control and the rule list open the rule sheets. The sheets
 // themselves live in wmirule/ and naqcrule/; tests can reroute them here.
 
-#include "dataservice/qarvo_export.h"
-
 #include <QString>
 
 #include <functional>
@@ -38,15 +36,15 @@ struct SheetRoutes
 };
 
 // The routes in use; tests may replace them and restore them with resetSheetRoutes().
-QARVO_EXPORT SheetRoutes &sheetRoutes();
-QARVO_EXPORT void resetSheetRoutes();
+SheetRoutes &sheetRoutes();
+void resetSheetRoutes();
 
 // Run a sheet modally; SheetCancelled when it was cancelled, SheetDone otherwise.
-QARVO_EXPORT int openWMIRuleSheet(QWidget *parent, const WMISheetRequest &request);
-QARVO_EXPORT int openRQCRuleSheet(QWidget *parent, const RQCSheetRequest &request);
+int openWMIRuleSheet(QWidget *parent, const WMISheetRequest &request);
+int openRQCRuleSheet(QWidget *parent, const RQCSheetRequest &request);
 
 // The sheets' own entry points (wmirule/ and naqcrule/).
-QARVO_EXPORT int runWMIRuleSheet(QWidget *parent, const WMISheetRequest &request);
-QARVO_EXPORT int runRQCRuleSheet(QWidget *parent, const RQCSheetRequest &request);
+int runWMIRuleSheet(QWidget *parent, const WMISheetRequest &request);
+int runRQCRuleSheet(QWidget *parent, const RQCSheetRequest &request);
 
 } // namespace qarvo

@@ -5,66 +5,35 @@
 // boundary at which a row-set fault ends a user action.
 
 #include "dataservice/dataservice.h"
+#include "dataservice/methods.h"
 
 #include <functional>
 #include <new>
 
 namespace qarvo {
 
-// Method names, exactly as the service knows them.
-namespace method {
-inline constexpr const char *GetWMIRules = "GetWMIRules";
-inline constexpr const char *GetRQCRule = "GetRQCRule";
-inline constexpr const char *GetWMIRuleInfo = "GetWMIRuleInfo";
-inline constexpr const char *GetRQCRuleInfo = "GetRQCRuleInfo";
-inline constexpr const char *GetRQCRuleScriptInfo = "GetRQCRuleScriptInfo";
-inline constexpr const char *RulesUsedExRule = "RulesUsedExRule";
-inline constexpr const char *CanUseID = "CanUseID";
-inline constexpr const char *CanUseExRuleName = "CanUseExRuleName";
-inline constexpr const char *UpdateExRuleNameInRule = "UpdateExRuleNameInRule";
-inline constexpr const char *DelWMIRule = "DelWMIRule";
-inline constexpr const char *DelRQCRule = "DelRQCRule";
-inline constexpr const char *AddWMIRule = "AddWMIRule";
-inline constexpr const char *AddRQCScript = "AddRQCScript";
-inline constexpr const char *AddRQCRule = "AddRQCRule";
-} // namespace method
-
-// Rule categories; the same numbers are the control's view types.
-namespace category {
-inline constexpr qint16 NAQC = 5;
-inline constexpr qint16 WMI = 6;
-} // namespace category
-
-// Second argument of DelWMIRule / DelRQCRule.
-namespace delmode {
-inline constexpr qint16 FromList = 1;
-inline constexpr qint16 BeforeStoreAgain = 2;
-} // namespace delmode
-
-// Nine zero-padded decimal digits, as every rule id is sent.
-QARVO_EXPORT QString ruleIdText(qint64 id);
 // Decimal text to integer the way the ids come back: optional blanks and sign, then the leading
 // digits; 0 when there are none. Out-of-range values are clamped.
-QARVO_EXPORT int ruleIdFromText(const QString &text);
+int ruleIdFromText(const QString &text);
 
 // Field values as the control takes them.
-QARVO_EXPORT QString fieldText(const QVariant &value);
-QARVO_EXPORT qint32 fieldInt(const QVariant &value);
+QString fieldText(const QVariant &value);
+qint32 fieldInt(const QVariant &value);
 
 // Calls a method by name. A null service fails like a name the service does not know.
-QARVO_EXPORT Reply callByName(DataService *service, const QString &method, const ArgList &args);
+Reply callByName(DataService *service, const QString &method, const ArgList &args);
 
 // The answer of CanUseID / CanUseExRuleName: `yes` is the service's "true" (-1 in 16 bits).
-struct QARVO_EXPORT YesNo
+struct YesNo
 {
     qint32 status = status::Ok;
     bool yes = false;
     bool failed() const { return qarvo::failed(status); }
 };
-QARVO_EXPORT bool readYes(const QVariant &value);
+bool readYes(const QVariant &value);
 
 // One condition row of AddWMIRule, in the method's parameter order.
-struct QARVO_EXPORT WMIRuleRow
+struct WMIRuleRow
 {
     QString ruleId;
     QString ruleName;
@@ -83,30 +52,30 @@ struct QARVO_EXPORT WMIRuleRow
 };
 
 namespace calls {
-QARVO_EXPORT Reply GetWMIRules(DataService *s);
-QARVO_EXPORT Reply GetRQCRule(DataService *s);
-QARVO_EXPORT Reply GetWMIRuleInfo(DataService *s, const QString &ruleId);
-QARVO_EXPORT Reply GetRQCRuleInfo(DataService *s, const QString &ruleId);
-QARVO_EXPORT Reply GetRQCRuleScriptInfo(DataService *s, const QString &ruleId);
-QARVO_EXPORT Reply RulesUsedExRule(DataService *s, const QString &ruleName, qint16 category);
-QARVO_EXPORT YesNo CanUseID(DataService *s, const QString &ruleId, qint16 category);
-QARVO_EXPORT YesNo CanUseExRuleName(DataService *s, const QString &ruleName, qint16 category);
-QARVO_EXPORT qint32 UpdateExRuleNameInRule(DataService *s, const QString &oldName,
-                                           const QString &newName, qint16 category);
-QARVO_EXPORT qint32 DelWMIRule(DataService *s, const QString &ruleId, qint16 mode);
-QARVO_EXPORT qint32 DelRQCRule(DataService *s, const QString &ruleId, qint16 mode);
-QARVO_EXPORT qint32 AddWMIRule(DataService *s, const WMIRuleRow &row);
-QARVO_EXPORT qint32 AddRQCScript(DataService *s, const QString &ruleId, qint16 entry,
-                                 const QString &scriptFile, const QString &actionType,
-                                 const QString &comment, qint16 selected);
-QARVO_EXPORT qint32 AddRQCRule(DataService *s, const QString &ruleId, const QString &ruleName,
-                               const QString &serviceName, const QString &comment,
-                               const QString &selection);
+Reply GetWMIRules(DataService *s);
+Reply GetRQCRule(DataService *s);
+Reply GetWMIRuleInfo(DataService *s, const QString &ruleId);
+Reply GetRQCRuleInfo(DataService *s, const QString &ruleId);
+Reply GetRQCRuleScriptInfo(DataService *s, const QString &ruleId);
+Reply RulesUsedExRule(DataService *s, const QString &ruleName, qint16 category);
+YesNo CanUseID(DataService *s, const QString &ruleId, qint16 category);
+YesNo CanUseExRuleName(DataService *s, const QString &ruleName, qint16 category);
+qint32 UpdateExRuleNameInRule(DataService *s, const QString &oldName,
+                              const QString &newName, qint16 category);
+qint32 DelWMIRule(DataService *s, const QString &ruleId, qint16 mode);
+qint32 DelRQCRule(DataService *s, const QString &ruleId, qint16 mode);
+qint32 AddWMIRule(DataService *s, const WMIRuleRow &row);
+qint32 AddRQCScript(DataService *s, const QString &ruleId, qint16 entry,
+                    const QString &scriptFile, const QString &actionType,
+                    const QString &comment, qint16 selected);
+qint32 AddRQCRule(DataService *s, const QString &ruleId, const QString &ruleName,
+                  const QString &serviceName, const QString &comment,
+                  const QString &selection);
 } // namespace calls
 
 // Reads the row set of a reply. A reply without one is an empty row set: the first use raises
 // the invalid-pointer fault. Every read may throw DataServiceError.
-class QARVO_EXPORT RowReader
+class RowReader
 {
 public:
     explicit RowReader(Reply &reply);
@@ -145,11 +114,8 @@ void forEachRow(Reply &reply, F &&read)
     reader.close();
 }
 
-// Where a row-set fault that ended an action is reported; by default a warning in the log.
-// A host may install its own.
-using FaultReporter = std::function<void(const DataServiceError &)>;
-QARVO_EXPORT void setFaultReporter(FaultReporter reporter);
-QARVO_EXPORT void reportFault(const DataServiceError &error);
+// Hands a fault that ended an action to the reporter a host installed (see dataservice.h).
+void reportFault(const DataServiceError &error);
 
 // The boundary of one user action: a row-set fault ends the action here and never reaches the
 // event loop. Returns false when the action was ended by a fault.

@@ -4,13 +4,14 @@
 // against this header only: the control calls a method by name with an ordered list of typed
 // values and gets back a status, an optional value and an optional row set.
 
-#include "dataservice/qarvo_export.h"
+#include <qarvo/dataservice/qarvo_export.h>
 
 #include <QList>
 #include <QString>
 #include <QVariant>
 
 #include <exception>
+#include <functional>
 #include <memory>
 #include <variant>
 
@@ -95,6 +96,11 @@ public:
     // Calls `method` with `args` in the method's own parameter order. Must not throw.
     virtual Reply call(const QString &method, const ArgList &args) = 0;
 };
+
+// Where a row-set fault that ended one of the control's actions is reported; by default a
+// warning in the log. A host may install its own; an empty reporter restores the default.
+using FaultReporter = std::function<void(const DataServiceError &)>;
+QARVO_EXPORT void setFaultReporter(FaultReporter reporter);
 
 // A row set held in memory: the reference store hands its query results out this way, and
 // tests and benchmarks script rows with it.

@@ -4,8 +4,6 @@
 // included: a field keeps at most size - 1 characters. The sheets cut their texts to them and the
 // reference store refuses anything longer, so both sides of the boundary read them from here.
 
-#include "dataservice/qarvo_export.h"
-
 #include <QString>
 
 namespace qarvo {
@@ -26,6 +24,6 @@ inline constexpr qsizetype ActionType = 50;
 } // namespace recordsize
 
 // `text` cut to what a field of `size` holds; a cut never leaves half a surrogate pair.
-QARVO_EXPORT QString fitRecordText(const QString &text, qsizetype size);
+QString fitRecordText(const QString &text, qsizetype size);
 
 } // namespace qarvo

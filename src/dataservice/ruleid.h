@@ -3,9 +3,11 @@
 // New rule ids: the classic C library generator (multiplier 214013, increment 2531011, bits 16
 // to 30) seeded from the clock in whole seconds before every draw, and the loop that asks the
 // service until it accepts a candidate. Both rule sheets draw their ids here so that the two
-// kinds of rule get ids from the same sequence.
+// kinds of rule get ids from the same sequence. A data service may read the same sequence to know
+// which candidate a console will ask about next.
 
-#include "dataservice/dataservice.h"
+#include <qarvo/dataservice/dataservice.h>
+#include <qarvo/dataservice/qarvo_export.h>
 
 #include <QString>
 
@@ -42,7 +44,7 @@ private:
     quint32 m_state = 1;
 };
 
-struct QARVO_EXPORT DrawnRuleId
+struct DrawnRuleId
 {
     qint32 status = status::Ok; // the failure of CanUseID that ended the search
     QString id;                 // nine digits once accepted
@@ -59,7 +61,7 @@ using BetweenTries = std::function<bool()>;
 // a new candidate only comes up once the clock's second has changed, so callers pass
 // `betweenTries` to keep their window responsive meanwhile.
 QARVO_EXPORT DrawnRuleId drawUnusedRuleId(DataService *service, qint16 category,
-                                          RuleIdGenerator &generator,
-                                          const BetweenTries &betweenTries = {});
+                             RuleIdGenerator &generator,
+                             const BetweenTries &betweenTries = {});
 
 } // namespace qarvo

@@ -3,7 +3,6 @@
 // Reading a Connection Manager service profile (.cms): its service name and the script actions
 // listed in its nine action sections, one row per action.
 
-#include "dataservice/qarvo_export.h"
 #include "naqcrule/inireader.h"
 
 #include <QList>
@@ -37,25 +36,25 @@ struct CmsProfile
 };
 
 // The action sections in the order in which their rows are listed, whatever their order in a file.
-QARVO_EXPORT const QStringList &cmsActionSections();
+const QStringList &cmsActionSections();
 
 // The second token of a command line split at backslashes and spaces (runs of them count as one,
 // leading ones are skipped); "" when there is none. For "%PROFILEDIR%\check.cmd /q" that is the
 // script behind the directory macro.
-QARVO_EXPORT QString cmsScriptToken(QStringView commandLine);
+QString cmsScriptToken(QStringView commandLine);
 
 // Appends the rows of one action section: keys "0", "1", ... up to the first one missing or empty.
-QARVO_EXPORT void readCmsActionSection(const IniFile &ini, const QString &section,
+void readCmsActionSection(const IniFile &ini, const QString &section,
                                        QList<CmsScriptRow> &rows);
 
 // The entries of a profile that the reader looks at: "ServiceName" of [Connection Manager] and
 // the numbered actions and their descriptions of the action sections. A file is read for these
 // and nothing else.
-QARVO_EXPORT const IniFile::Selection &cmsEntries();
+const IniFile::Selection &cmsEntries();
 
 // The whole profile; nothing when "ServiceName" of [Connection Manager] is missing or empty,
 // which is how a file that is not a profile shows.
-QARVO_EXPORT std::optional<CmsProfile> readCmsProfile(const IniFile &ini);
-QARVO_EXPORT std::optional<CmsProfile> readCmsProfile(const QString &path);
+std::optional<CmsProfile> readCmsProfile(const IniFile &ini);
+std::optional<CmsProfile> readCmsProfile(const QString &path);
 
 } // namespace qarvo

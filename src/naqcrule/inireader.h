@@ -11,8 +11,6 @@
 // A file keeps only the entries its reader asks for: a profile may hold a million sections, and
 // none of them should cost more than the bytes it takes on disk.
 
-#include "dataservice/qarvo_export.h"
-
 #include <QByteArray>
 #include <QByteArrayView>
 #include <QList>
@@ -26,7 +24,7 @@
 
 namespace qarvo {
 
-class QARVO_EXPORT IniFile
+class IniFile
 {
     // Folded names and their numbers, found from a view of their characters: no string is built
     // for a lookup, and a probe costs one short hash and one comparison.
@@ -54,7 +52,7 @@ public:
     static constexpr qint64 MaxFileBytes = 64 * 1024 * 1024;
 
     // The sections and keys a reader looks up. Everything else in a file is skipped as it is read.
-    class QARVO_EXPORT Selection
+    class Selection
     {
     public:
         // Names in any case; adding a section again adds to its keys. Each key of a section has
@@ -78,7 +76,7 @@ public:
     enum class Encoding : quint8 { Utf8, WindowsLatin, Utf16 };
 
     // The selected entries of one section, looked up without regard to the case of the key.
-    class QARVO_EXPORT Section
+    class Section
     {
     public:
         // The value of `key`, or "" when it is missing or was not selected, cut to

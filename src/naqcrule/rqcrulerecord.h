@@ -3,7 +3,6 @@
 // The NAQC rule being built or edited: one record owned by the sheet and shared by its pages,
 // the texts derived from it, and the store sequence that writes it to the data service.
 
-#include "dataservice/qarvo_export.h"
 #include "dataservice/recordsizes.h"
 
 #include <QList>
@@ -34,14 +33,14 @@ struct RQCRuleRecord
 };
 
 // The summary shown before Finish; line breaks are CR LF.
-QARVO_EXPORT QString rqcSummaryText(const RQCRuleRecord &record);
+QString rqcSummaryText(const RQCRuleRecord &record);
 
 // The selection the rule stores: the quoted service name, then per action section either 0 or
 // the quoted ':'-joined indexes (within that section) of the selected scripts.
-QARVO_EXPORT QString rqcScriptSelectionText(const RQCRuleRecord &record);
+QString rqcScriptSelectionText(const RQCRuleRecord &record);
 
 // Stores every script entry (numbered across the whole list), then the rule. Stops at the first
 // call that cannot be made; what was sent stays. True when everything was sent.
-QARVO_EXPORT bool storeRQCRule(DataService *service, const RQCRuleRecord &record);
+bool storeRQCRule(DataService *service, const RQCRuleRecord &record);
 
 } // namespace qarvo

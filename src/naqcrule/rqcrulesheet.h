@@ -3,7 +3,6 @@
 // The NAQC rule sheet: a wizard that creates a rule (General, CM Profile, Final) or a property
 // sheet that edits one (General, CM Profile). All pages work on the sheet's one rule record.
 
-#include "dataservice/qarvo_export.h"
 #include "naqcrule/rqcrulerecord.h"
 
 #include <QWizardPage>
@@ -27,7 +26,7 @@ struct CmsProfile;
 }
 
 // General: rule name and comment.
-class QARVO_EXPORT CRQCRulePage1 : public QWizardPage
+class CRQCRulePage1 : public QWizardPage
 {
     Q_OBJECT
 public:
@@ -49,7 +48,7 @@ private:
 };
 
 // CM Profile: the service name and the script actions of an imported profile.
-class QARVO_EXPORT CRQCRulePage2 : public QWizardPage
+class CRQCRulePage2 : public QWizardPage
 {
     Q_OBJECT
 public:
@@ -86,7 +85,7 @@ private:
 };
 
 // Final: the summary; Finish stores the rule.
-class QARVO_EXPORT CRQCRulePage3 : public QWizardPage
+class CRQCRulePage3 : public QWizardPage
 {
     Q_OBJECT
 public:
@@ -107,7 +106,7 @@ private:
     QString m_text;
 };
 
-class QARVO_EXPORT CRQCRuleSheet
+class CRQCRuleSheet
 {
 public:
     enum Mode { Wizard = 0, Properties = 1 };

@@ -1,14 +1,12 @@
 #pragma once
 
-#include "dataservice/qarvo_export.h"
-
 #include <QGroupBox>
 
 namespace qarvo {
 
 // A group box that draws its own frame and caption, in the "Tohoma" face the console's dialogs
 // ask for (the font database substitutes a close face where it is missing).
-class QARVO_EXPORT CGroupBox : public QGroupBox
+class CGroupBox : public QGroupBox
 {
     Q_OBJECT
 public:

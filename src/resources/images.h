@@ -3,8 +3,6 @@
 // The image scaffold: the 16 x 16 image strip reached by index, and the larger bitmaps reached by
 // resource number, all drawn from our own SVGs.
 
-#include "dataservice/qarvo_export.h"
-
 #include <QIcon>
 #include <QPixmap>
 
@@ -38,8 +36,8 @@ enum Bitmap : int {
 inline constexpr int ImageIndexRole = Qt::UserRole + 64;
 
 // The strip image at `index`; a null icon outside the strip.
-QARVO_EXPORT QIcon icon(int index);
+QIcon icon(int index);
 // A bitmap resource at its natural size (or `size` when given); null for an unknown number.
-QARVO_EXPORT QPixmap bitmap(int resourceId, QSize size = {});
+QPixmap bitmap(int resourceId, QSize size = {});
 
 } // namespace qarvo::images

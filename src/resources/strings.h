@@ -2,8 +2,6 @@
 
 // The string table: every numbered text of the control, in English, under its numeric id.
 
-#include "dataservice/qarvo_export.h"
-
 #include <QString>
 
 namespace qarvo::strings {
@@ -49,7 +47,7 @@ enum Id : int {
 };
 
 // The text of a string-table entry; empty for an id the table does not have.
-QARVO_EXPORT QString text(int id);
+QString text(int id);
 
 // Message-box captions.
 inline QString infoCaption() { return QStringLiteral("INFO"); }

@@ -3,7 +3,7 @@
 // Message boxes and the file-open dialog go through here, so that tests can answer them and the
 // rest of the code never blocks on a box that nobody can click.
 
-#include "dataservice/qarvo_export.h"
+#include <qarvo/dataservice/qarvo_export.h>
 
 #include <QString>
 

@@ -22,9 +22,14 @@ bool isPlainIdentifier(const QString &name)
 bool parsePostgres(const QString &text, StoreLocation *loc, QString *error)
 {
     const QUrl url(text, QUrl::StrictMode);
+    const QString shown = StoreLocation::withoutPassword(text);
     if (!url.isValid()) {
-        *error = QStringLiteral("\"%1\" is not a valid PostgreSQL URL: %2")
-                     .arg(text, url.errorString());
+        // Qt's reason ends with the whole source text, password and all, and a reason about the
+        // password quotes one of its characters: neither is shown.
+        QString reason = url.errorString().section(QLatin1Char(';'), 0, 0);
+        if (reason.contains(QLatin1String("password"), Qt::CaseInsensitive))
+            reason = QStringLiteral("the password holds a character that must be written as a %XX escape");
+        *error = QStringLiteral("\"%1\" is not a valid PostgreSQL URL: %2.").arg(shown, reason);
         return false;
     }
     loc->kind = StoreLocation::Kind::PostgreSQL;
@@ -34,16 +39,16 @@ bool parsePostgres(const QString &text, StoreLocation *loc, QString *error)
     loc->database = url.path().mid(1);
     if (loc->host.isEmpty()) {
         *error = QStringLiteral("The URL \"%1\" names no host. Use postgresql://user@host:port/database.")
-                     .arg(text);
+                     .arg(shown);
         return false;
     }
     if (loc->database.isEmpty() || loc->database.contains(QLatin1Char('/'))) {
         *error = QStringLiteral("The URL \"%1\" names no database. Use postgresql://user@host:port/database.")
-                     .arg(text);
+                     .arg(shown);
         return false;
     }
     if (url.port() == 0) {
-        *error = QStringLiteral("The URL \"%1\" has an invalid port.").arg(text);
+        *error = QStringLiteral("The URL \"%1\" has an invalid port.").arg(shown);
         return false;
     }
     loc->port = url.port(5432);
@@ -51,7 +56,7 @@ bool parsePostgres(const QString &text, StoreLocation *loc, QString *error)
     for (const auto &[key, value] : query.queryItems(QUrl::FullyDecoded)) {
         if (key != QLatin1String("schema")) {
             *error = QStringLiteral("The URL \"%1\" has an unknown option \"%2\"; only schema=NAME is understood.")
-                         .arg(text, key);
+                         .arg(shown, key);
             return false;
         }
         if (!isPlainIdentifier(value)) {
@@ -77,6 +82,31 @@ QString StoreLocation::displayText() const
     if (!schema.isEmpty())
         text += QStringLiteral("?schema=") + schema;
     return text;
+}
+
+QString StoreLocation::withoutPassword(const QString &text)
+{
+    // Users type '@' and '/' into passwords without escaping them, so the user part is taken to
+    // run up to the last '@': that may cut more than the password, never less.
+    const qsizetype scheme = text.indexOf(QLatin1String("://"));
+    const qsizetype at = text.lastIndexOf(QLatin1Char('@'));
+    if (scheme < 0 || at < scheme)
+        return text;
+    const qsizetype colon = text.indexOf(QLatin1Char(':'), scheme + 3);
+    if (colon < 0 || colon > at)
+        return text;
+    return text.left(colon) + text.mid(at);
+}
+
+QString StoreLocation::hidePassword(const QString &message) const
+{
+    if (password.isEmpty())
+        return message;
+    QString out = message;
+    const QString encoded = QString::fromLatin1(QUrl::toPercentEncoding(password));
+    for (const QString &secret : {password, encoded})
+        out.replace(secret, QStringLiteral("****"));
+    return out;
 }
 
 QString StoreLocation::defaultPath()
@@ -111,7 +141,7 @@ bool StoreLocation::parse(const QString &text, StoreLocation *location, QString 
     } else if (trimmed.contains(QLatin1String("://"))) {
         *error = QStringLiteral("\"%1\" is not a database this console knows. Use a file path, "
                                 "sqlite:PATH or postgresql://user@host:port/database.")
-                     .arg(text);
+                     .arg(withoutPassword(text));
         return false;
     } else {
         loc.path = trimmed;

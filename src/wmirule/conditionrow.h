@@ -25,7 +25,7 @@ inline constexpr int Count = 8;
 } // namespace column
 
 // Columns 2 to 7 of a row: what an editor fills.
-struct QARVO_EXPORT ConditionTexts
+struct ConditionTexts
 {
     QString nameSpace;
     QString classOrQuery;
@@ -40,17 +40,17 @@ struct QARVO_EXPORT ConditionTexts
 inline constexpr const char16_t *CountField = u"#Count";
 inline constexpr const char16_t *CountType = u"uint8";
 
-QARVO_EXPORT ConditionTexts textsFromWMI(const WMICondition &condition);
-QARVO_EXPORT WMICondition wmiFromTexts(const ConditionTexts &texts);
-QARVO_EXPORT ConditionTexts textsFromWQL(const WQLCondition &condition);
-QARVO_EXPORT WQLCondition wqlFromTexts(const ConditionTexts &texts);
+ConditionTexts textsFromWMI(const WMICondition &condition);
+WMICondition wmiFromTexts(const ConditionTexts &texts);
+ConditionTexts textsFromWQL(const WQLCondition &condition);
+WQLCondition wqlFromTexts(const ConditionTexts &texts);
 
 // "SELECT " + select + " FROM " + from, then " WHERE " + where when the where text is not empty
 // once its leading blanks and tabs are gone; it is appended without them.
-QARVO_EXPORT QString buildWqlQuery(const QString &select, const QString &from,
-                                   const QString &where);
+QString buildWqlQuery(const QString &select, const QString &from,
+                      const QString &where);
 
-struct QARVO_EXPORT WqlQueryParts
+struct WqlQueryParts
 {
     QString select;
     QString from;
@@ -62,11 +62,11 @@ struct QARVO_EXPORT WqlQueryParts
 // first " WHERE " after it ends the class. A query that is not of that form (typed elsewhere in
 // another case or spacing) is taken apart leniently, and as a last resort comes back whole as
 // the select list so that nothing of it is lost in the editor.
-QARVO_EXPORT WqlQueryParts splitWqlQuery(const QString &query);
+WqlQueryParts splitWqlQuery(const QString &query);
 
 // Conjunction and image of a row from the stored "rule_op" number.
-QARVO_EXPORT QString conjunctionFromStored(qint32 ruleOp);
+QString conjunctionFromStored(qint32 ruleOp);
 // Image of a row: 11 for "EQ"; otherwise 12 when the text sorts after "AND" ("OR"), else 13.
-QARVO_EXPORT int imageForConjunction(const QString &conjunction);
+int imageForConjunction(const QString &conjunction);
 
 } // namespace qarvo

@@ -4,7 +4,6 @@
 // rule, with an in-place "AND"/"OR" drop-down on the conjunction cell of every row but the first,
 // and a double-click that reopens the row's condition in its editor.
 
-#include "dataservice/qarvo_export.h"
 #include "wmirule/conditionrow.h"
 #include "wmirule/ruledata.h"
 
@@ -20,7 +19,7 @@ class CWMIRuleListViewer;
 
 // The drop-down that edits one conjunction cell in place. It lives until it loses the focus,
 // then reports its choice (none after Escape) to the list and deletes itself.
-class QARVO_EXPORT CListViewerCombo : public QComboBox
+class CListViewerCombo : public QComboBox
 {
     Q_OBJECT
 public:
@@ -49,7 +48,7 @@ private:
     bool m_finished = false;
 };
 
-class QARVO_EXPORT CWMIRuleListViewer : public QTreeWidget
+class CWMIRuleListViewer : public QTreeWidget
 {
     Q_OBJECT
 public:

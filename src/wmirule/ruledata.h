@@ -22,7 +22,7 @@ inline constexpr int PageComment = 50;
 } // namespace width
 
 // One condition of the rule, in the order of the list it was read from.
-struct QARVO_EXPORT WMIConditionRecord
+struct WMIConditionRecord
 {
     QString conjunction; // "EQ" first, then "AND" / "OR"
     QString className;   // the query text for a WQL rule
@@ -38,7 +38,7 @@ struct QARVO_EXPORT WMIConditionRecord
 enum class RuleKind { WMI = 0, WQL = 1 };
 enum class SheetMode { Wizard = 0, Properties = 1 };
 
-struct QARVO_EXPORT WMIRuleData
+struct WMIRuleData
 {
     RuleKind kind = RuleKind::WMI;
     SheetMode mode = SheetMode::Wizard;
@@ -51,17 +51,17 @@ struct QARVO_EXPORT WMIRuleData
 
 // The code tables. Texts are compared whole and case-sensitively.
 namespace wmicodes {
-QARVO_EXPORT qint16 conjunctionCode(const QString &conjunction); // "EQ" 0, "AND" 1, else 2
-QARVO_EXPORT std::optional<qint16> operatorCode(const QString &op);
-QARVO_EXPORT std::optional<qint16> typeCode(const QString &type);
+qint16 conjunctionCode(const QString &conjunction); // "EQ" 0, "AND" 1, else 2
+std::optional<qint16> operatorCode(const QString &op);
+std::optional<qint16> typeCode(const QString &type);
 } // namespace wmicodes
 
 // The AddWMIRule rows for every condition of `rule`, indexes from 0. An operator or type outside
 // its table takes the code of the condition before it (0 for the first).
-QARVO_EXPORT QList<WMIRuleRow> encodeConditions(const WMIRuleData &rule);
+QList<WMIRuleRow> encodeConditions(const WMIRuleData &rule);
 
 // Sends encodeConditions(rule) one row at a time and stops at the first failing call, leaving
 // what was sent. True when every row went through.
-QARVO_EXPORT bool writeConditions(const WMIRuleData &rule);
+bool writeConditions(const WMIRuleData &rule);
 
 } // namespace qarvo

@@ -3,8 +3,6 @@
 // The three pages of the WMI/WQL rule sheet. They work on the sheet's record: each loads from it
 // when shown and stores into it when left.
 
-#include "dataservice/qarvo_export.h"
-
 #include <QWizardPage>
 
 class QLabel;
@@ -19,7 +17,7 @@ class CWMIRuleSheet;
 
 // What the pages have in common: the sheet they belong to, and activation, which the sheet
 // calls whenever the page comes to the front in either mode.
-class QARVO_EXPORT CWMIRulePage : public QWizardPage
+class CWMIRulePage : public QWizardPage
 {
     Q_OBJECT
 public:
@@ -31,7 +29,7 @@ protected:
 };
 
 // General: name and comment.
-class QARVO_EXPORT CWMIRulePage1 : public CWMIRulePage
+class CWMIRulePage1 : public CWMIRulePage
 {
     Q_OBJECT
 public:
@@ -54,7 +52,7 @@ private:
 };
 
 // The conditions of the rule.
-class QARVO_EXPORT CWMIRulePage2 : public CWMIRulePage
+class CWMIRulePage2 : public CWMIRulePage
 {
     Q_OBJECT
 public:
@@ -85,7 +83,7 @@ private:
 };
 
 // Final: the summary, and the step that stores the rule.
-class QARVO_EXPORT CWMIRulePage3 : public CWMIRulePage
+class CWMIRulePage3 : public CWMIRulePage
 {
     Q_OBJECT
 public:

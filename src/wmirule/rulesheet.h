@@ -3,7 +3,6 @@
 // The sheet through which a WMI or WQL rule is created (a wizard) or edited (a tabbed property
 // sheet). It owns the rule record its pages share, and the steps that store the rule.
 
-#include "dataservice/qarvo_export.h"
 #include "dataservice/ruleid.h"
 #include "wmirule/ruledata.h"
 
@@ -23,7 +22,7 @@ class CWMIRulePage1;
 class CWMIRulePage2;
 class CWMIRulePage3;
 
-class QARVO_EXPORT CWMIRuleSheet : public QObject
+class CWMIRuleSheet : public QObject
 {
     Q_OBJECT
 public:

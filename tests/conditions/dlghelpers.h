@@ -9,6 +9,9 @@
 #include <QTableWidget>
 #include <QtTest>
 
+#include <cstddef>
+#include <cstdint>
+
 namespace qarvo::test {
 
 template<typename T>
@@ -57,6 +60,22 @@ inline void writeFile(const QString &path, const QByteArray &bytes)
     QFile f(path);
     QVERIFY2(f.open(QIODevice::WriteOnly), qPrintable(path));
     f.write(bytes);
+}
+
+// Every input of a fuzz corpus (a folder under fuzz/) through the target's own entry point, so
+// that every build checks the inputs the fuzzer found interesting.
+inline void replayCorpus(const QString &folder, bool (*run)(const std::uint8_t *, std::size_t))
+{
+    const QDir corpus(qEnvironmentVariable("QARVO_SOURCE_DIR") + "/fuzz/" + folder);
+    const QStringList names = corpus.entryList(QDir::Files, QDir::Name);
+    QVERIFY2(names.size() >= 4, qPrintable(corpus.path()));
+    for (const QString &name : names) {
+        QFile file(corpus.filePath(name));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray bytes = file.readAll();
+        QVERIFY2(run(reinterpret_cast<const std::uint8_t *>(bytes.constData()), std::size_t(bytes.size())),
+                 qPrintable(name));
+    }
 }
 
 } // namespace qarvo::test

@@ -463,21 +463,7 @@ private Q_SLOTS:
         }
     }
 
-    // The fuzz corpus, so that every build checks the inputs the fuzzer found interesting.
-    void corpusReplays()
-    {
-        const QDir corpus(qEnvironmentVariable("QARVO_SOURCE_DIR") + "/fuzz/conditions/corpus");
-        const QStringList names = corpus.entryList(QDir::Files, QDir::Name);
-        QVERIFY2(names.size() >= 4, qPrintable(corpus.path()));
-        for (const QString &name : names) {
-            QFile file(corpus.filePath(name));
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            const QByteArray bytes = file.readAll();
-            QVERIFY2(fuzz::runCatalogueInput(reinterpret_cast<const std::uint8_t *>(bytes.constData()),
-                                             std::size_t(bytes.size())),
-                     qPrintable(name));
-        }
-    }
+    void corpusReplays() { replayCorpus(QStringLiteral("conditions/corpus"), &fuzz::runCatalogueInput); }
 };
 
 QTEST_GUILESS_MAIN(TestCatalogue)

@@ -67,9 +67,10 @@ private Q_SLOTS:
     {
         QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope, m_settingsDir.path());
         const QString root = m_catalogue.path();
-        writeFile(root + "/class.dat", "!Operating System\n@Services\n#Win32_Test$Test class from the list\n"
-                                       "#Win32_Missing$Not in its field file\na plain line\n"
-                                       "!Files\n@File System\n#CIM_Thing$A thing\n");
+        writeFile(root + "/class.dat",
+                  "!Operating System\n@Services\n#Win32_Test$Test class from the list\n"
+                  "#Win32_Roles$Roles\n#Win32_Missing$Not in its field file\na plain line\n"
+                  "!Files\n@File System\n#CIM_Thing$A thing\n");
         QByteArray fields;
         for (const char *line : {"boolean Flag;", "string Name;", "uint32 Size;Units(\"bytes\")",
                                  "uint16 Codes[];", "string Tags[];",
@@ -80,7 +81,11 @@ private Q_SLOTS:
                       + (QByteArray(line).startsWith("string Name") ? "The name.\\nSecond line." : "d")
                       + "\r\n";
         writeFile(root + "/data/win32.dat",
-                  "Win32_Test\r\nroot\\cimv2\r\n@The test class.\r\n{\r\n" + fields + "}\r\n");
+                  "Win32_Test\r\nroot\\cimv2\r\n@The test class.\r\n{\r\n" + fields
+                      + "}\r\n"
+                        "Win32_Roles\nroot\\cimv2\n@\n{\nuint16 Role;ValueMap{\"1\", \"3\", \"4\"} "
+                        "Values{\"Workstation\", \"Server \\\"main\\\"\", \"\"}\n"
+                      + Marker + "r\n}\n");
         writeFile(root + "/data/cim.dat", "CIM_Thing\nroot\\cimv2\nno description\n{\nstring Path;\n"
                                           + Marker + "p\n}\n");
         writeFile(root + "/data/other.dat", "");
@@ -401,6 +406,90 @@ private Q_SLOTS:
         QCOMPARE(items(child<QComboBox>(&dlg, "valueCombo")),
                  QStringList({"Boot", "System", "Auto", "Manual", "Disabled"}));
         maybeScreenshot(&dlg, "wmidlg-shipped");
+        QVERIFY(catcher.messages.isEmpty());
+    }
+
+    void valueMeaningsShownCodeStored()
+    {
+        const WMICondition role{"root\\cimv2", "Win32_Roles", "Role", "uint16", "=", "3"};
+        whenModalShown([](QWidget *modal) {
+            selectClass(modal, "Win32_Roles");
+            selectField(modal, "Role");
+            auto *values = child<QComboBox>(modal, "valueCombo");
+            QCOMPARE(items(values),
+                     QStringList({"1 \u2013 Workstation", "3 \u2013 Server \"main\"", "4"}));
+            QCOMPARE(values->currentText(), QString());
+            choose(values, "3 \u2013 Server \"main\"");
+            choose(child<QComboBox>(modal, "conditionCombo"), "=");
+            maybeScreenshot(modal, "wmidlg-meanings");
+            child<QPushButton>(modal, "okButton")->click();
+        });
+        QCOMPARE(parts(*editWMICondition(nullptr)), parts(role));
+        // Reopened on the stored code, the list shows it with its meaning.
+        whenModalShown([](QWidget *modal) {
+            QCOMPARE(child<QComboBox>(modal, "valueCombo")->currentText(),
+                     QStringLiteral("3 \u2013 Server \"main\""));
+            child<QPushButton>(modal, "cancelButton")->click();
+        });
+        editWMICondition(nullptr, role);
+    }
+
+    void classSearch()
+    {
+        MessageCatcher catcher;
+        CWMIDlg dlg;
+        dlg.show();
+        QVERIFY(QTest::qWaitForWindowActive(&dlg));
+        auto *tree = child<QTreeView>(&dlg, "classTree");
+        auto *search = child<QLineEdit>(&dlg, "classSearch");
+        QCOMPARE(search->accessibleName(), QStringLiteral("Search classes"));
+        const auto shown = [&] {
+            QStringList out;
+            std::function<void(const QModelIndex &, int)> walk = [&](const QModelIndex &parent,
+                                                                     int depth) {
+                for (int r = 0; r < tree->model()->rowCount(parent); ++r) {
+                    const QModelIndex i = tree->model()->index(r, 0, parent);
+                    out << QString(depth, '.') + i.data().toString()
+                               + (tree->isExpanded(i) && tree->model()->hasChildren(i) ? "+" : "");
+                    walk(i, depth + 1);
+                }
+            };
+            walk({}, 0);
+            return out;
+        };
+        const QStringList everything = shown();
+
+        // A class chosen before stays chosen while a search hides it.
+        selectClass(&dlg, "Win32_Test");
+        selectField(&dlg, "Size");
+        QTest::keyClick(&dlg, Qt::Key_F, Qt::ControlModifier);
+        QVERIFY(search->hasFocus());
+        QTest::keyClicks(search, "THING");
+        QCOMPARE(shown(), QStringList({"WMI+", ".Files+", "..File System+", "...CIM_Thing"}));
+        QCOMPARE(child<QLineEdit>(&dlg, "fieldEdit")->text(), QStringLiteral("Size"));
+
+        // Names match anywhere, categories never; a matching class keeps its own leaves.
+        search->setText("n32_");
+        QCOMPARE(shown(), QStringList({"WMI+", ".Operating System+", "..Services+", "...Win32_Test",
+                                       "...Win32_Roles", "...Win32_Missing+", "....a plain line"}));
+        search->setText("Services");
+        QCOMPARE(shown(), QStringList({"WMI"}));
+
+        // Enter picks the first match without closing the dialog; Escape brings the whole tree
+        // back with the pick still chosen, and only then closes the dialog.
+        search->setText("i");
+        QTest::keyClick(search, Qt::Key_Return);
+        QVERIFY(dlg.isVisible());
+        QCOMPARE(tree->currentIndex().data().toString(), QStringLiteral("Win32_Test"));
+        QVERIFY(tree->hasFocus());
+        search->setFocus();
+        QTest::keyClick(search, Qt::Key_Escape);
+        QVERIFY(search->text().isEmpty());
+        QCOMPARE(shown(), everything);
+        QCOMPARE(tree->currentIndex().data().toString(), QStringLiteral("Win32_Test"));
+        QCOMPARE(child<QLineEdit>(&dlg, "fieldEdit")->text(), QStringLiteral("Size"));
+        QTest::keyClick(search, Qt::Key_Escape);
+        QVERIFY(!dlg.isVisible());
         QVERIFY(catcher.messages.isEmpty());
     }
 

@@ -4,6 +4,7 @@
 #include "dlghelpers.h"
 
 #include <QApplication>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -33,7 +34,15 @@ void valueMode(QWidget *dlg)
 class TestWQLDlg : public QObject
 {
     Q_OBJECT
+    QTemporaryDir m_settingsDir;
+
 private Q_SLOTS:
+    // No manager settings: the advice reads the catalogue shipped with the build.
+    void initTestCase()
+    {
+        QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope, m_settingsDir.path());
+    }
+
     void init() { resetModalSafetyNet(); }
 
     void cleanup()
@@ -223,6 +232,46 @@ private Q_SLOTS:
 
         whenModalShown([](QWidget *modal) { QTest::keyClick(modal, Qt::Key_Escape); });
         QVERIFY(!editWQLCondition(nullptr, *count));
+    }
+
+    // The line under the query follows the typing; it is advice and never keeps OK from closing.
+    void adviceFollowsTheQuery()
+    {
+        MessageCatcher catcher;
+        whenModalShown([](QWidget *modal) {
+            auto *advice = child<QLabel>(modal, "adviceLabel");
+            QCOMPARE(advice->accessibleName(), QStringLiteral("Query advice"));
+            QTest::keyClicks(child<QLineEdit>(modal, "selectEdit"), "Name");
+            QVERIFY(advice->text().isEmpty());
+            QTest::keyClicks(child<QLineEdit>(modal, "fromEdit"), "Win32_Servise");
+            QCOMPARE(advice->text(), QStringLiteral("FROM, character 1: Win32_Servise is not a class the "
+                                                    "catalogue knows; did you mean Win32_Service?"));
+            QVERIFY(child<QLabel>(modal, "adviceIcon")->isVisible());
+            child<QLineEdit>(modal, "fromEdit")->setText("Win32_Service");
+            QVERIFY(advice->text().isEmpty());
+            QVERIFY(!child<QLabel>(modal, "adviceIcon")->isVisible());
+
+            QTest::keyClicks(child<QPlainTextEdit>(modal, "whereEdit"), "State = Running");
+            QVERIFY2(advice->text().startsWith("WHERE, character 9: expected a value, found \"Running\""),
+                     qPrintable(advice->text()));
+            child<QPlainTextEdit>(modal, "whereEdit")->setPlainText("State = 'Running'");
+            valueMode(modal);
+            child<QLineEdit>(modal, "fieldEdit")->setText("Started");
+            choose(child<QComboBox>(modal, "fieldTypeCombo"), "uint8");
+            QCOMPARE(advice->text(), QStringLiteral("Field: Started is not in the SELECT list\n"
+                                                    "Field Type: Started is boolean in the catalogue, not uint8"));
+            // Two wrapped lines get the room they need: the dialog grows rather than cut them.
+            QTRY_VERIFY(advice->height() >= advice->heightForWidth(advice->width())
+                        && advice->geometry().bottom() < advice->parentWidget()->height());
+            maybeScreenshot(modal, "wqldlg-advice");
+            choose(child<QComboBox>(modal, "valueConditionCombo"), "=");
+            QTest::keyClicks(child<QLineEdit>(modal, "valueEdit"), "1");
+            child<QPushButton>(modal, "okButton")->click();
+        });
+        const auto c = editWQLCondition(nullptr);
+        QVERIFY(c);
+        QCOMPARE(c->field, QStringLiteral("Started"));
+        QVERIFY(catcher.messages.isEmpty());
     }
 };
 

@@ -1,5 +1,8 @@
 #include "storefixture.h"
 
+#include "dataservice/ruleid.h"
+#include "rulestore/storeschema.h"
+
 #include <QtTest>
 
 #include <atomic>
@@ -90,6 +93,36 @@ private Q_SLOTS:
         QVERIFY(!again->createdOnOpen());
         QCOMPARE(names(again.get()), QStringList{"Kept"});
         QCOMPARE(m_fx.count(QStringLiteral("schema_version")), 1);
+    }
+
+    // A store of every earlier layout, laid out with that layout's own statements, opens with its
+    // rules kept and everything of the current layout working.
+    void earlierLayoutsAreBroughtUpToDate()
+    {
+        for (int layout = 1; layout < SqlRuleStore::SchemaVersion; ++layout) {
+            StoreLocation loc;
+            StoreLocation::parse(m_fx.location(), &loc, nullptr);
+            if (m_fx.isPostgres())
+                m_fx.scalar(QStringLiteral("DROP SCHEMA IF EXISTS %1 CASCADE; CREATE SCHEMA %1").arg(loc.schema));
+            else
+                QFile::remove(loc.path);
+            for (int step = 1; step <= layout; ++step) {
+                for (const QString &sql : store::layoutStatements(step, !m_fx.isPostgres()))
+                    QVERIFY2(m_fx.scalar(sql).isValid(), qPrintable(sql));
+            }
+            m_fx.scalar(QStringLiteral("INSERT INTO schema_version (version) VALUES (%1)").arg(layout));
+            m_fx.scalar(QStringLiteral("INSERT INTO rules VALUES (6, 5, 'Old', '', 0, '', '')"));
+            m_fx.scalar(QStringLiteral("INSERT INTO wmi_conditions VALUES (5, 0, 0, 'C', 'F', 'V', '=', 1, 'N', 'T', 2)"));
+
+            auto store = m_fx.open();
+            QVERIFY2(store->isOpen(), qPrintable(store->lastError()));
+            QVERIFY(!store->createdOnOpen());
+            QCOMPARE(m_fx.scalar(QStringLiteral("SELECT version FROM schema_version")).toInt(),
+                     SqlRuleStore::SchemaVersion);
+            QCOMPARE(info(store.get(), 5, {"rule_name", "rule_value"}), QStringList{"Old|V"});
+            QCOMPARE(calls::DelWMIRule(store.get(), ruleIdText(5), delmode::FromList), status::Ok);
+            QVERIFY(store->restoreLastDeleted().restored());
+        }
     }
 
     void rulesRoundTrip()
@@ -382,6 +415,94 @@ private Q_SLOTS:
         QCOMPARE(m_fx.count(QStringLiteral("wmi_conditions")), 1);
     }
 
+    void textsThatWouldComeBackChangedAreRefused()
+    {
+        auto store = m_fx.open();
+        QVERIFY(storeWmi(store.get(), 1, QStringLiteral("Kept")));
+        const QString bad[] = {QString(QChar(0xD800)), QStringLiteral("x") + QChar(0xDC00), QString(QChar(0xFFFE)),
+                               QString::fromUcs4(U"\U0001FFFF"), QString(QChar(0xFDD0)), QStringLiteral("a") + QChar(0)};
+        for (const QString &t : bad) {
+            WMIRuleRow row = wmiRow(2, QStringLiteral("New"), 0);
+            row.value = t;
+            QCOMPARE(calls::AddWMIRule(store.get(), row), status::InvalidArgument);
+            QCOMPARE(calls::CanUseExRuleName(store.get(), QStringLiteral("Kept") + t, category::WMI).status,
+                     status::InvalidArgument);
+            QCOMPARE(calls::RulesUsedExRule(store.get(), t, category::WMI).status, status::InvalidArgument);
+            QCOMPARE(calls::UpdateExRuleNameInRule(store.get(), QStringLiteral("Kept"), t, category::WMI),
+                     status::InvalidArgument);
+            QCOMPARE(calls::AddRQCRule(store.get(), ruleIdText(3), QStringLiteral("N"), QString(), QString(), t),
+                     status::InvalidArgument);
+            QVERIFY(failed(use(store.get(), category::WMI, 1, t)));
+        }
+        QCOMPARE(names(store.get()), QStringList{"Kept"});
+        QCOMPARE(m_fx.count(QStringLiteral("rules")) + m_fx.count(QStringLiteral("wmi_conditions")), 2);
+        QCOMPARE(m_fx.count(QStringLiteral("rule_history")), 0);
+    }
+
+    // Every delete, rename and replaced version stays as an earlier version, and comes back whole.
+    void historyKeepsEveryVersionAndBringsItBack()
+    {
+        using O = RestoreResult::Outcome;
+        auto store = m_fx.open();
+        QVERIFY(storeWmi(store.get(), 1, QStringLiteral("Base"), 2));
+        QVERIFY(storeWmi(store.get(), 2, QStringLiteral("User")));
+        QVERIFY(storeNaqc(store.get(), 3, QStringLiteral("VPN"), 3));
+        QCOMPARE(use(store.get(), category::WMI, 2, QStringLiteral("Base")), status::Ok);
+        const RuleSnapshot before = *store->rule(category::WMI, ruleIdText(1));
+        QCOMPARE(ruleFromJson(toJson(before), nullptr), before);
+
+        // A property sheet's save that stopped after its first condition.
+        QCOMPARE(calls::UpdateExRuleNameInRule(store.get(), QStringLiteral("Base"), QStringLiteral("Base 2"),
+                                               category::WMI),
+                 status::Ok);
+        QCOMPARE(calls::DelWMIRule(store.get(), ruleIdText(1), delmode::BeforeStoreAgain), status::Ok);
+        QVERIFY(storeWmi(store.get(), 1, QStringLiteral("Base 2"), 1));
+        QList<HistoryEntry> history = *store->history();
+        QCOMPARE(history.size(), 2);
+        QCOMPARE(historyEventText(history.at(1)), QStringLiteral("renamed to \"Base 2\""));
+        QCOMPARE(history.at(1).ruleName, QStringLiteral("Base"));
+        QCOMPARE(history.at(0).event, HistoryEvent::StoredAgain);
+        QCOMPARE(store->historyVersion(history.at(1).version)->conditions, before.conditions);
+
+        // Its old id holds the partial rule: replacing it brings the whole rule back, and keeps the partial one.
+        RestoreResult r = store->restoreVersion(history.at(0).version, RestoreId::OldOnly);
+        QCOMPARE(r.outcome, O::IdHeld);
+        QCOMPARE(r.holder, QStringLiteral("Base 2"));
+        QVERIFY(store->restoreVersion(history.at(0).version, RestoreId::ReplaceHolder).restored());
+        QCOMPARE(info(store.get(), 1, {"rule_name", "rule_value"}), (QStringList{"Base 2|1", "Base 2|2"}));
+        QCOMPARE(users(store.get(), QStringLiteral("Base 2")), QStringList{"User"});
+        QCOMPARE(store->history()->first().event, HistoryEvent::RestoredOver);
+
+        // Undo of a delete from the list, uses and all.
+        QCOMPARE(calls::DelWMIRule(store.get(), ruleIdText(1), delmode::FromList), status::Ok);
+        QCOMPARE(users(store.get(), QStringLiteral("Base 2")), QStringList());
+        r = store->restoreLastDeleted();
+        QVERIFY2(r.restored() && r.ruleId == 1 && r.ruleName == "Base 2", qPrintable(r.message));
+        QCOMPARE(users(store.get(), QStringLiteral("Base 2")), QStringList{"User"});
+
+        // The version from before the rename: its id is held, its name free; then taken.
+        r = store->restoreVersion(history.at(1).version, RestoreId::NewIfHeld);
+        QVERIFY(r.restored() && r.ruleId != 1 && r.ruleName == "Base");
+        QCOMPARE(store->restoreVersion(history.at(1).version, RestoreId::NewIfHeld).outcome, O::NameTaken);
+        QVERIFY(store->restoreVersion(history.at(1).version, RestoreId::NewIfHeld, QStringLiteral("Base 3")).restored());
+        QCOMPARE(names(store.get()), (QStringList{"Base", "Base 2", "Base 3", "User"}));
+
+        // A NAQC save cut off after a script entry: the strays give way to the whole rule.
+        QCOMPARE(calls::DelRQCRule(store.get(), ruleIdText(3), delmode::BeforeStoreAgain), status::Ok);
+        QVERIFY(!storeNaqc(store.get(), 3, QString()));
+        QVERIFY(store->restoreVersion(store->history()->first().version, RestoreId::ReplaceHolder).restored());
+        QCOMPARE(m_fx.count(QStringLiteral("naqc_scripts")), 3);
+        QCOMPARE(store->restoreVersion(999999, RestoreId::OldOnly).outcome, O::Failed);
+
+        // Kept for ever unless told otherwise; purged on request.
+        QCOMPARE(store->historyRetentionDays(), 0);
+        QVERIFY(store->setHistoryRetentionDays(30));
+        QCOMPARE(m_fx.open()->historyRetentionDays(), 30);
+        QCOMPARE(store->purgeHistory(1), 0);
+        QCOMPARE(store->purgeHistory(0), 6);
+        QCOMPARE(store->history()->size(), 0);
+    }
+
     void failingCallLeavesNoHalfWrittenRule()
     {
         auto store = m_fx.open();
@@ -421,15 +542,56 @@ private Q_SLOTS:
         QCOMPARE(names(b.get()), QStringList{"From A"});
         QVERIFY(calls::CanUseID(b.get(), ruleIdText(100), category::WMI).yes);
 
-        // Both drew the same free id and name before either stored: only the first gets in.
+        // "Free" reserves the id or name for the console that asked, until its save is over.
         QVERIFY(!calls::CanUseID(a.get(), ruleIdText(200), category::WMI).yes);
-        QVERIFY(!calls::CanUseID(b.get(), ruleIdText(200), category::WMI).yes);
-        QVERIFY(storeWmi(a.get(), 200, QStringLiteral("Same")));
+        QVERIFY(!calls::CanUseExRuleName(a.get(), QStringLiteral("Same"), category::WMI).yes);
+        QVERIFY(calls::CanUseID(b.get(), ruleIdText(200), category::WMI).yes);
+        QVERIFY(calls::CanUseExRuleName(b.get(), QStringLiteral("Same"), category::WMI).yes);
         QVERIFY(!storeWmi(b.get(), 200, QStringLiteral("Other")));
         QVERIFY(!storeWmi(b.get(), 201, QStringLiteral("Same")));
-        QVERIFY(!storeNaqc(a.get(), 300, QStringLiteral("N")) || !storeNaqc(b.get(), 300, QStringLiteral("N")));
-        QCOMPARE(names(a.get()), (QStringList{"From A", "Same"}));
+        QVERIFY(storeWmi(a.get(), 200, QStringLiteral("Same"), 2));
+        // The NAQC wizard stores its script entries before its rule: nobody else's land in between.
+        QVERIFY(!calls::CanUseID(a.get(), ruleIdText(300), category::NAQC).yes);
+        QVERIFY(!storeNaqc(b.get(), 300, QStringLiteral("N")));
+        QVERIFY(storeNaqc(a.get(), 300, QStringLiteral("N")));
+        QVERIFY(!storeNaqc(b.get(), 300, QStringLiteral("N2")));
         QCOMPARE(names(b.get(), category::NAQC), QStringList{"N"});
+        QCOMPARE(m_fx.count(QStringLiteral("naqc_scripts")), 2);
+
+        // Between a property sheet's delete and its rows, the id and the name stay its own.
+        QCOMPARE(calls::DelWMIRule(a.get(), ruleIdText(200), delmode::BeforeStoreAgain), status::Ok);
+        QVERIFY(calls::CanUseExRuleName(b.get(), QStringLiteral("Same"), category::WMI).yes);
+        QVERIFY(failed(calls::DelWMIRule(b.get(), ruleIdText(200), delmode::FromList)));
+        QVERIFY(storeWmi(a.get(), 200, QStringLiteral("Same"), 1));
+        QCOMPARE(info(b.get(), 200, {"rule_name"}), QStringList{"Same"});
+
+        // A reservation ends when its time is up or its store is closed.
+        QVERIFY(!calls::CanUseID(a.get(), ruleIdText(400), category::WMI).yes);
+        QVERIFY(!calls::CanUseExRuleName(a.get(), QStringLiteral("Later"), category::WMI).yes);
+        m_fx.scalar(QStringLiteral("UPDATE name_reservations SET expires_at = 0"));
+        QVERIFY(!calls::CanUseExRuleName(b.get(), QStringLiteral("Later"), category::WMI).yes);
+        a.reset();
+        QVERIFY(!calls::CanUseID(b.get(), ruleIdText(400), category::WMI).yes);
+        QCOMPARE(calls::DelWMIRule(b.get(), ruleIdText(200), delmode::FromList), status::Ok);
+    }
+
+    // A console told that the id it drew this second is taken hears so once the second is over:
+    // asking again before then would only draw the same id.
+    void takenCandidateIsAnsweredInTheNextSecond()
+    {
+        auto a = m_fx.open();
+        auto b = m_fx.open();
+        const qint64 second = QDateTime::currentSecsSinceEpoch();
+        const QString candidate = ruleIdText(RuleIdGenerator([second] { return second; }).draw());
+        QVERIFY(!calls::CanUseID(a.get(), candidate, category::NAQC).yes);
+        QVERIFY(calls::CanUseID(b.get(), candidate, category::NAQC).yes);
+        QVERIFY(QDateTime::currentSecsSinceEpoch() > second);
+        // Any other taken id is answered at once.
+        QVERIFY(storeWmi(a.get(), 7, QStringLiteral("Seven")));
+        QElapsedTimer t;
+        t.start();
+        QVERIFY(calls::CanUseID(b.get(), ruleIdText(7), category::WMI).yes);
+        QVERIFY(t.elapsed() < 500);
     }
 
     void racingStoresCannotStoreTheSameIdOrName()
