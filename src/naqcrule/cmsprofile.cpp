@@ -1,5 +1,7 @@
 #include "naqcrule/cmsprofile.h"
 
+#include <utility>
+
 namespace qarvo {
 
 const QStringList &cmsActionSections()
@@ -14,23 +16,34 @@ const QStringList &cmsActionSections()
     return sections;
 }
 
-QString cmsScriptToken(QStringView commandLine)
+namespace {
+
+// Where the second token of a command line stands: [begin, end), empty when there is none.
+template<class Unit>
+std::pair<qsizetype, qsizetype> scriptTokenSpan(const Unit *line, qsizetype n)
 {
-    const auto isSeparator = [](QChar c) { return c == u'\\' || c == u' '; };
-    const qsizetype n = commandLine.size();
+    const auto isSeparator = [](Unit c) { return c == Unit('\\') || c == Unit(' '); };
     qsizetype i = 0;
     for (int token = 0; token < 2; ++token) {
-        while (i < n && isSeparator(commandLine[i]))
+        while (i < n && isSeparator(line[i]))
             ++i;
         if (i == n)
-            return {};
+            return {0, 0};
         const qsizetype start = i;
-        while (i < n && !isSeparator(commandLine[i]))
+        while (i < n && !isSeparator(line[i]))
             ++i;
         if (token == 1)
-            return commandLine.sliced(start, i - start).toString();
+            return {start, i};
     }
-    return {};
+    return {0, 0};
+}
+
+} // namespace
+
+QString cmsScriptToken(QStringView commandLine)
+{
+    const auto [b, e] = scriptTokenSpan(commandLine.utf16(), commandLine.size());
+    return commandLine.sliced(b, e - b).toString();
 }
 
 namespace {
@@ -70,10 +83,10 @@ const IniFile::Selection &cmsEntries()
 void readCmsActionSection(const IniFile &ini, const QString &section, QList<CmsScriptRow> &rows)
 {
     const IniFile::Section *entries = ini.section(section);
-    QString command; // only its second token is kept, so one buffer serves every action
+    // Only the second token of a command line is kept, so only that is decoded.
+    const auto token = [](const auto *line, qsizetype n) { return scriptTokenSpan(line, n); };
     for (int n = 0, count = actionCount(entries); n < count; ++n) {
-        entries->value(commandKey(n), cms::ActionBuffer, command);
-        rows.append({cmsScriptToken(command), section,
+        rows.append({entries->valuePart(commandKey(n), cms::ActionBuffer, token), section,
                      entries->value(descriptionKey(n), cms::ActionBuffer)});
     }
 }

@@ -81,7 +81,12 @@ void decodeUtf8(const char *bytes, qsizetype size, QString &out)
         out = utf8.decode(QByteArrayView(bytes, size));
         return;
     }
-    makeRoom(out, size);
+    if (!out.isDetached() || out.capacity() < size) {
+        // A new string, widened by Qt's vectorised conversion.
+        out = QString::fromLatin1(bytes, size);
+        return;
+    }
+    out.resize(size);
     char16_t *dst = reinterpret_cast<char16_t *>(out.data());
     for (qsizetype i = 0; i < size; ++i)
         dst[i] = char16_t(bytes[i]);
@@ -363,6 +368,7 @@ private:
         // before keeps the number it was given then.
         if (m_file.m_index.add(name) < int(m_file.m_sections.size()))
             return nullptr;
+        m_nextKey = 0;
         Section &section = m_file.m_sections.emplaceBack();
         section.m_keys = m_selection.m_keys[size_t(wanted)];
         section.m_values.resize(size_t(section.m_keys->size()));
@@ -381,7 +387,13 @@ private:
         trim(s, kb, ke);
         if (kb == ke)
             return;
-        const int key = section.m_keys->find(foldedName(s + kb, ke - kb));
+        // Keys mostly come in the order in which they were selected, so the one after the last
+        // found is tried first.
+        const NameTable &keys = *section.m_keys;
+        const int key = keys.is(m_nextKey, s + kb, ke - kb) ? m_nextKey
+                                                             : keys.find(foldedName(s + kb, ke - kb));
+        if (key >= 0)
+            m_nextKey = key + 1;
         if (key < 0 || section.m_values[size_t(key)].at >= 0)
             return;
         Section::Span &value = section.m_values[size_t(key)];
@@ -407,6 +419,7 @@ private:
     QString m_wide;
     Encoding m_encoding = Encoding::Utf8;
     std::u16string m_name;
+    int m_nextKey = 0; // in the kept section being read
 };
 
 IniFile IniFile::fromBytes(QByteArrayView bytes, const Selection &selection)
@@ -504,6 +517,16 @@ void IniFile::Section::value(int key, qsizetype bufferSize, QString &text) const
     }
     if (text.size() >= bufferSize)
         text = fitRecordText(text, bufferSize);
+}
+
+QString IniFile::Section::decoded(qsizetype at, qsizetype size) const
+{
+    QString text;
+    if (m_encoding == Encoding::Utf8)
+        decodeUtf8(m_bytes.constData() + at, size, text);
+    else
+        decodeCp1252(m_bytes.constData() + at, size, text);
+    return text;
 }
 
 QString IniFile::value(QStringView section, QStringView key, qsizetype bufferSize) const

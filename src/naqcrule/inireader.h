@@ -20,6 +20,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace qarvo {
@@ -32,6 +33,23 @@ class IniFile
     {
     public:
         int find(std::u16string_view name) const;
+        // Whether `number` is the number of the name in `units`, in any case: a guess checked
+        // without folding or hashing. False for a name that is not all ASCII.
+        template<class Unit>
+        bool is(int number, const Unit *units, qsizetype size) const
+        {
+            if (number < 0 || size_t(number) >= m_names.size())
+                return false;
+            const std::u16string &name = m_names[size_t(number)];
+            if (name.size() != size_t(size))
+                return false;
+            for (qsizetype i = 0; i < size; ++i) {
+                const auto c = char16_t(static_cast<std::make_unsigned_t<Unit>>(units[i]));
+                if (c >= 0x80 || ((c >= u'A' && c <= u'Z') ? char16_t(c + (u'a' - u'A')) : c) != name[size_t(i)])
+                    return false;
+            }
+            return true;
+        }
         // Adds `name` with the next number unless it is there; returns its number.
         int add(std::u16string_view name);
         int size() const { return int(m_names.size()); }
@@ -86,6 +104,32 @@ public:
         QString value(int key, qsizetype bufferSize) const;
         // The same into `text`, whose buffer is reused: for values that are only looked at.
         void value(int key, qsizetype bufferSize, QString &text) const;
+        // The part of the value of the key of that number that `pick` chooses, decoded, without
+        // decoding the rest. `pick(units, count)` gets the value cut to bufferSize - 1 characters,
+        // as code units (char for 8-bit and UTF-8 text, char16_t for UTF-16), and returns the
+        // [begin, end) of the part; only ASCII units may bound it, since those stand for
+        // themselves in every encoding read here.
+        template<class Pick>
+        QString valuePart(int key, qsizetype bufferSize, Pick pick) const
+        {
+            if (!hasValue(key))
+                return {};
+            const Span span = m_values[size_t(key)];
+            // A value shorter than the buffer in code units decodes to fewer characters still,
+            // so it is never cut and its units can be looked at where they stand.
+            if (span.size < bufferSize) {
+                if (m_encoding == Encoding::Utf16) {
+                    const char16_t *units = reinterpret_cast<const char16_t *>(m_wide.constData()) + span.at;
+                    const auto [b, e] = pick(units, span.size);
+                    return QString(reinterpret_cast<const QChar *>(units + b), e - b);
+                }
+                const auto [b, e] = pick(m_bytes.constData() + span.at, span.size);
+                return decoded(span.at + b, e - b);
+            }
+            const QString whole = value(key, bufferSize);
+            const auto [b, e] = pick(reinterpret_cast<const char16_t *>(whole.constData()), whole.size());
+            return whole.sliced(b, e - b);
+        }
         // Whether the key of that number has a value that is not empty.
         bool hasValue(int key) const
         {
@@ -101,6 +145,8 @@ public:
             qsizetype at = -1; // -1 until the key's first occurrence
             qsizetype size = 0;
         };
+        // The 8-bit or UTF-8 text of `size` bytes at `at`.
+        QString decoded(qsizetype at, qsizetype size) const;
         std::shared_ptr<const NameTable> m_keys;
         std::vector<Span> m_values;
         QByteArray m_bytes; // the text of the file, 8-bit or UTF-8 ...
