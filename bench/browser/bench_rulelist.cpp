@@ -1,29 +1,28 @@
-// Loading a large rule set into the rule list, against reading the same rows bare.
-//
-// Both benchmarks read 100,000 WMI/WQL rules with the same four fields from a MemoryRowSet over
-// the same shared rows. The pane's run goes through the whole load: the call by name, the list
-// cleared, the rows read and converted, the model filled, and the shown view laid out and
-// painted. The ratio of the two is printed at the end.
+// The rule list at both ends of its range, each against a baseline measured in the same run:
+//  - rulelist_100k: 100,000 WMI/WQL rules loaded into the shown list, laid out and painted,
+//    against a bare loop that reads the same fields from the same rows;
+//  - long_texts: ShowPane of 20 rules whose names and comments are a million characters long,
+//    against ShowPane of 20 rules with short texts.
 
 #include "browser/paneup.h"
 #include "browser/rulelistmodel.h"
 #include "browser/splitdlg.h"
 #include "control/qarvoctrl.h"
 #include "dataservice/calls.h"
-
-#include <benchmark/benchmark.h>
+#include "ratio.h"
 
 #include <QApplication>
-#include <QMap>
-#include <QSet>
+#include <QEvent>
 
-#include <cstdio>
+#include <memory>
 
 using namespace qarvo;
 
 namespace {
 
 constexpr int RuleCount = 100000;
+constexpr int LongTextRules = 20;
+constexpr qsizetype LongTextSize = 1024 * 1024;
 
 const QStringList &columns()
 {
@@ -31,7 +30,7 @@ const QStringList &columns()
     return c;
 }
 
-const QList<QVariantList> &rules()
+const QList<QVariantList> &manyRules()
 {
     static const QList<QVariantList> rows = [] {
         QList<QVariantList> out;
@@ -45,18 +44,59 @@ const QList<QVariantList> &rules()
     return rows;
 }
 
-// Serves the rule list from memory, the way a store hands out a query result.
+QList<QVariantList> twentyRules(qsizetype textSize)
+{
+    QList<QVariantList> out;
+    for (int i = 0; i < LongTextRules; ++i) {
+        const QString name = QStringLiteral("Rule %1 ").arg(i);
+        const QString comment = QStringLiteral("Comment %1 ").arg(i);
+        out.append({i % 2, name.leftJustified(textSize, u'n'), comment.leftJustified(textSize, u'c'),
+                    ruleIdText(i)});
+    }
+    return out;
+}
+
+const QList<QVariantList> &longRules()
+{
+    static const QList<QVariantList> rows = twentyRules(LongTextSize);
+    return rows;
+}
+
+const QList<QVariantList> &shortRules()
+{
+    static const QList<QVariantList> rows = twentyRules(24);
+    return rows;
+}
+
+// Serves one rule list from memory, the way a store hands out a query result.
 class MemoryService : public DataService
 {
 public:
+    explicit MemoryService(const QList<QVariantList> &rows) : m_rows(rows) {}
     Reply call(const QString &method, const ArgList &) override
     {
         Reply reply;
         if (method == QLatin1String(method::GetWMIRules))
-            reply.rows = std::make_unique<MemoryRowSet>(columns(), rules());
+            reply.rows = std::make_unique<MemoryRowSet>(columns(), m_rows);
         else
             reply.status = status::UnknownName;
         return reply;
+    }
+
+private:
+    const QList<QVariantList> &m_rows;
+};
+
+// Counts the paints of the list, so that a run that painted nothing is not taken for a fast one.
+class PaintCounter : public QObject
+{
+public:
+    int paints = 0;
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Paint)
+            ++paints;
+        return false;
     }
 };
 
@@ -64,28 +104,20 @@ struct Control
 {
     MemoryService service;
     CqarvoCtrl ctrl;
-    Control()
+    PaintCounter counter;
+
+    explicit Control(const QList<QVariantList> &rows) : service(rows)
     {
         ctrl.resize(900, 700);
         ctrl.setViewType(category::WMI);
         ctrl.show();
-        ctrl.ShowPane(&service, QString(), 1, 0);
         QApplication::processEvents();
+        list()->viewport()->installEventFilter(&counter);
     }
+    CPaneUP *pane() const { return ctrl.splitDialog()->paneUp(); }
+    RuleListView *list() const { return pane()->ruleList(); }
+    void showPane() { ctrl.ShowPane(&service, QString(), 1, 0); }
 };
-
-void BM_PaneLoad(benchmark::State &state)
-{
-    Control c;
-    CPaneUP *pane = c.ctrl.splitDialog()->paneUp();
-    for (auto _ : state) {
-        pane->loadList(category::WMI);
-        QApplication::processEvents(); // the view lays itself out and paints
-        if (pane->model()->rowCount() != RuleCount)
-            state.SkipWithError("rules missing");
-    }
-    state.SetItemsProcessed(state.iterations() * RuleCount);
-}
 
 void BM_BareRead(benchmark::State &state)
 {
@@ -94,7 +126,7 @@ void BM_BareRead(benchmark::State &state)
     const QString commentField = QStringLiteral("rule_comment");
     const QString idField = QStringLiteral("rule_id");
     for (auto _ : state) {
-        MemoryRowSet rows(columns(), rules());
+        MemoryRowSet rows(columns(), manyRules());
         qint64 sum = 0;
         while (!rows.atEnd()) {
             const qint32 wql = fieldInt(rows.field(wqlField));
@@ -109,39 +141,49 @@ void BM_BareRead(benchmark::State &state)
         rows.close();
         benchmark::DoNotOptimize(sum);
     }
-    state.SetItemsProcessed(state.iterations() * RuleCount);
 }
 
-// Five repetitions each: the machine is shared, and the median steadies the ratio.
+// The whole load: the call by name, the list cleared, the rows read and converted, the model
+// filled, and the shown view laid out and painted.
+void BM_PaneLoad(benchmark::State &state)
+{
+    Control c(manyRules());
+    c.showPane();
+    QApplication::processEvents();
+    for (auto _ : state) {
+        const int paints = c.counter.paints;
+        c.pane()->loadList(category::WMI);
+        QApplication::processEvents();
+        if (c.pane()->model()->rowCount() != RuleCount || c.counter.paints == paints)
+            state.SkipWithError("rules not loaded or not painted");
+    }
+}
+
+// A fresh control each time: a second ShowPane would add its columns to the first one's.
+void showPaneOf(benchmark::State &state, const QList<QVariantList> &rows)
+{
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto c = std::make_unique<Control>(rows);
+        state.ResumeTiming();
+        c->showPane();
+        QApplication::processEvents();
+        if (c->pane()->model()->rowCount() != LongTextRules || c->counter.paints == 0)
+            state.SkipWithError("rules not loaded or not painted");
+        state.PauseTiming();
+        c.reset();
+        state.ResumeTiming();
+    }
+}
+
+void BM_ShowPaneShortTexts(benchmark::State &state) { showPaneOf(state, shortRules()); }
+void BM_ShowPaneLongTexts(benchmark::State &state) { showPaneOf(state, longRules()); }
+
+// Five repetitions each: the machine may be shared, and the median steadies the ratio.
 BENCHMARK(BM_BareRead)->Unit(benchmark::kMillisecond)->Repetitions(5);
 BENCHMARK(BM_PaneLoad)->Unit(benchmark::kMillisecond)->Repetitions(5);
-
-// Keeps the time per iteration of every run so that the ratio comes from this run alone.
-class RatioReporter : public benchmark::ConsoleReporter
-{
-public:
-    void ReportRuns(const std::vector<Run> &runs) override
-    {
-        for (const Run &run : runs) {
-            if (run.error_occurred)
-                continue;
-            // The median of the repetitions where there is one, else the single run.
-            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-            const QString name = QString::fromStdString(run.run_name.function_name);
-            if (!median && (run.run_type != Run::RT_Iteration || medians.contains(name)))
-                continue;
-            if (median)
-                medians.insert(name);
-            realTime[name] = run.GetAdjustedRealTime();
-            cpuTime[name] = run.GetAdjustedCPUTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    // Milliseconds per iteration.
-    QMap<QString, double> realTime;
-    QMap<QString, double> cpuTime;
-    QSet<QString> medians;
-};
+BENCHMARK(BM_ShowPaneShortTexts)->Unit(benchmark::kMillisecond)->Repetitions(5);
+BENCHMARK(BM_ShowPaneLongTexts)->Unit(benchmark::kMillisecond)->Repetitions(5);
 
 } // namespace
 
@@ -150,25 +192,14 @@ int main(int argc, char **argv)
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    (void)rules(); // built once, outside both measurements
+    // Built once, outside every measurement.
+    (void)manyRules();
+    (void)longRules();
+    (void)shortRules();
 
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-
-    const QString bare = QStringLiteral("BM_BareRead");
-    const QString pane = QStringLiteral("BM_PaneLoad");
-    if (reporter.realTime.value(bare) > 0 && reporter.cpuTime.value(bare) > 0
-        && reporter.realTime.contains(pane)) {
-        std::printf("\nloading %d rules into the rule list, against reading them bare:\n"
-                    "  wall clock: pane %.2f ms, bare %.2f ms, ratio %.2fx\n"
-                    "  CPU time:   pane %.2f ms, bare %.2f ms, ratio %.2fx\n",
-                    RuleCount, reporter.realTime.value(pane),
-                    reporter.realTime.value(bare),
-                    reporter.realTime.value(pane) / reporter.realTime.value(bare),
-                    reporter.cpuTime.value(pane), reporter.cpuTime.value(bare),
-                    reporter.cpuTime.value(pane) / reporter.cpuTime.value(bare));
-    }
-    benchmark::Shutdown();
+    bench::RatioReporter r;
+    bench::runAll(argc, argv, r);
+    bench::printRatio("rulelist_100k", r.cpu("BM_PaneLoad"), r.cpu("BM_BareRead"), 1.2);
+    bench::printRatio("long_texts", r.cpu("BM_ShowPaneLongTexts"), r.cpu("BM_ShowPaneShortTexts"), 2.0);
     return 0;
 }

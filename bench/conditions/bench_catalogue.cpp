@@ -2,11 +2,11 @@
 //  - LoadClassFields for the last class of a 20 MB field file against a bare line-by-line read
 //    of the same file (getline(3));
 //  - filling the class tree of CWMIDlg from a class.dat of 5,000 classes against parsing it.
-// Both ratios are printed at the end of the run, from CPU time (the machine may be shared), from
-// the medians when the run has repetitions (--benchmark_repetitions=5).
+// Both ratios come from CPU time (the machine may be shared), from the medians of the repetitions.
 
 #include "conditions/catalogue.h"
 #include "conditions/classtreemodel.h"
+#include "ratio.h"
 
 #include <QApplication>
 #include <QFile>
@@ -16,9 +16,6 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <unistd.h>
-#include <map>
-#include <string>
 
 namespace {
 
@@ -97,7 +94,7 @@ void BM_FieldFileBareLineRead(benchmark::State &state)
         benchmark::DoNotOptimize(lines);
     }
 }
-BENCHMARK(BM_FieldFileBareLineRead)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FieldFileBareLineRead)->Unit(benchmark::kMillisecond)->Repetitions(5);
 
 void BM_LoadClassFieldsLastClass(benchmark::State &state)
 {
@@ -109,7 +106,7 @@ void BM_LoadClassFieldsLastClass(benchmark::State &state)
         benchmark::DoNotOptimize(fields);
     }
 }
-BENCHMARK(BM_LoadClassFieldsLastClass)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LoadClassFieldsLastClass)->Unit(benchmark::kMillisecond)->Repetitions(5);
 
 void BM_ClassListParse(benchmark::State &state)
 {
@@ -122,7 +119,7 @@ void BM_ClassListParse(benchmark::State &state)
         benchmark::DoNotOptimize(tree.nodes.size());
     }
 }
-BENCHMARK(BM_ClassListParse)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ClassListParse)->Unit(benchmark::kMillisecond)->Repetitions(5);
 
 void BM_ClassTreeFill(benchmark::State &state)
 {
@@ -145,49 +142,7 @@ void BM_ClassTreeFill(benchmark::State &state)
         benchmark::DoNotOptimize(model.rowCount());
     }
 }
-BENCHMARK(BM_ClassTreeFill)->Unit(benchmark::kMillisecond);
-
-class RatioReporter : public benchmark::ConsoleReporter
-{
-public:
-    RatioReporter() : ConsoleReporter(isatty(fileno(stdout)) ? OO_Defaults : OO_Tabular) {}
-
-    std::map<std::string, double> medians;
-    std::map<std::string, double> singles;
-
-    double time(const std::string &name) const
-    {
-        if (const auto it = medians.find(name); it != medians.end())
-            return it->second;
-        const auto it = singles.find(name);
-        return it == singles.end() ? 0.0 : it->second;
-    }
-
-    void ReportRuns(const std::vector<Run> &runs) override
-    {
-        // With repetitions the median stands for the benchmark; otherwise its one run does.
-        for (const Run &run : runs) {
-            if (run.error_occurred)
-                continue;
-            const std::string name = run.run_name.function_name;
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")
-                medians[name] = run.GetAdjustedCPUTime();
-            else if (run.run_type == Run::RT_Iteration)
-                singles[name] = run.GetAdjustedCPUTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
-
-void printRatio(const RatioReporter &r, const char *what, const char *measured,
-                const char *baseline, double aim)
-{
-    const double m = r.time(measured);
-    const double b = r.time(baseline);
-    if (m <= 0 || b <= 0)
-        return;
-    std::printf("%-60s %.2fx (aim <= %.1fx)\n", what, m / b, aim);
-}
+BENCHMARK(BM_ClassTreeFill)->Unit(benchmark::kMillisecond)->Repetitions(5);
 
 } // namespace
 
@@ -196,14 +151,11 @@ int main(int argc, char **argv)
     qputenv("QT_QPA_PLATFORM", qgetenv("QT_QPA_PLATFORM").isEmpty() ? "offscreen"
                                                                       : qgetenv("QT_QPA_PLATFORM"));
     QApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    std::printf("\n");
-    printRatio(reporter, "LoadClassFields, last class of 20 MB / bare line read:",
-               "BM_LoadClassFieldsLastClass", "BM_FieldFileBareLineRead", 1.5);
-    printRatio(reporter, "Class tree of 5,000 classes, filled / parsed only:", "BM_ClassTreeFill",
-               "BM_ClassListParse", 2.0);
+    qarvo::bench::RatioReporter r;
+    qarvo::bench::runAll(argc, argv, r);
+    qarvo::bench::printRatio("catalogue_fields_20mb", r.cpu("BM_LoadClassFieldsLastClass"),
+                             r.cpu("BM_FieldFileBareLineRead"), 1.1);
+    qarvo::bench::printRatio("catalogue_tree_5000", r.cpu("BM_ClassTreeFill"),
+                             r.cpu("BM_ClassListParse"), 1.5);
     return 0;
 }

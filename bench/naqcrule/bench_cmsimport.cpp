@@ -1,9 +1,13 @@
-// Importing a large profile (100 actions in each of the nine action sections) against simply
-// reading the same file from disk, measured in one run so that the ratio does not depend on
-// the machine.
+// Reading Connection Manager profiles, against reading the same files' bytes and nothing more:
+//  - cms_read: a profile with 100 actions in each of the nine action sections;
+//  - cms_import: the same profile through the page's whole import, list filling included;
+//  - cms_memory: the peak heap while reading a 24 MB profile of 1.5 million one-key sections,
+//    against the file's size.
 
+#include "heappeak.h"
 #include "naqcrule/cmsprofile.h"
 #include "naqcrule/rqcrulesheet.h"
+#include "ratio.h"
 #include "resources/ui.h"
 
 #include <QApplication>
@@ -11,16 +15,11 @@
 #include <QTemporaryDir>
 #include <QTreeWidget>
 
-#include <benchmark/benchmark.h>
-
-#include <cstdio>
-#include <map>
-
 namespace {
 
 QString g_profilePath;
 
-QByteArray generatedProfile()
+QByteArray actionProfile()
 {
     QByteArray text = "[Connection Manager]\r\nServiceName=Benchmark VPN\r\n";
     for (const QString &section : qarvo::cmsActionSections()) {
@@ -34,27 +33,51 @@ QByteArray generatedProfile()
     return text;
 }
 
+// About 24 MB: a service name, then 1.5 million sections of one key each that nobody asks for.
+QByteArray manySectionsProfile()
+{
+    QByteArray text = "[Connection Manager]\r\nServiceName=Many sections\r\n";
+    text.reserve(26 * 1024 * 1024);
+    char line[40];
+    for (int n = 0; n < 1500000; ++n)
+        text.append(line, std::snprintf(line, sizeof line, "[s%07d]\r\nk=v\r\n", n));
+    return text;
+}
+
+bool writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+// Each read replaces the one before, as an import replaces what the page showed: a result is let
+// go once the next one is there.
 void BM_BareRead(benchmark::State &state)
 {
+    QByteArray previous;
     for (auto _ : state) {
         QFile file(g_profilePath);
         if (!file.open(QIODevice::ReadOnly))
             state.SkipWithError("cannot open the profile");
-        benchmark::DoNotOptimize(file.readAll());
+        QByteArray bytes = file.readAll();
+        benchmark::DoNotOptimize(bytes.data());
+        previous = std::move(bytes);
     }
 }
-BENCHMARK(BM_BareRead);
+BENCHMARK(BM_BareRead)->Repetitions(5);
 
 void BM_ReadProfile(benchmark::State &state)
 {
+    std::optional<qarvo::CmsProfile> previous;
     for (auto _ : state) {
         auto profile = qarvo::readCmsProfile(g_profilePath);
         if (!profile || profile->rows.size() != 900)
             state.SkipWithError("profile not read whole");
         benchmark::DoNotOptimize(profile);
+        previous = std::move(profile);
     }
 }
-BENCHMARK(BM_ReadProfile);
+BENCHMARK(BM_ReadProfile)->Repetitions(5);
 
 // What the administrator waits for: the page's import, list filling included.
 void BM_PageImport(benchmark::State &state)
@@ -69,34 +92,16 @@ void BM_PageImport(benchmark::State &state)
     }
     qarvo::ui::setFileNameHandler({});
 }
-BENCHMARK(BM_PageImport);
+BENCHMARK(BM_PageImport)->Repetitions(5);
 
-// Keeps the console output and remembers each benchmark's wall and CPU time per iteration: the
-// median when repetitions were asked for, else the single run. On a busy machine the wall time
-// mostly measures the other processes, so both ratios are printed.
-class RatioReporter : public benchmark::ConsoleReporter
+// Peak heap of one read of the file at `path`, as a multiple of its size; 0 when it failed.
+double heapPerFileByte(const QString &path, qint64 fileSize)
 {
-public:
-    using Times = std::pair<double, double>; // wall, CPU
-    std::map<std::string, Times> perIteration;
-    void ReportRuns(const std::vector<Run> &runs) override
-    {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run &run : runs) {
-            const std::string &name = run.run_name.function_name;
-            const Times t{run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")
-                m_medians[name] = t;
-            else if (run.run_type == Run::RT_Iteration && run.iterations > 0)
-                perIteration[name] = t;
-        }
-        for (const auto &[name, t] : m_medians)
-            perIteration[name] = t;
-    }
-
-private:
-    std::map<std::string, Times> m_medians;
-};
+    qarvo::bench::startHeapCount();
+    const bool read = qarvo::readCmsProfile(path).has_value();
+    const std::size_t peak = qarvo::bench::stopHeapCount();
+    return read ? double(peak) / double(fileSize) : 0.0;
+}
 
 } // namespace
 
@@ -107,28 +112,15 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
     QTemporaryDir dir;
     g_profilePath = dir.filePath(QStringLiteral("bench.cms"));
-    {
-        QFile file(g_profilePath);
-        const QByteArray bytes = generatedProfile();
-        if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
-            return 1;
-    }
+    const QString manyPath = dir.filePath(QStringLiteral("many.cms"));
+    const QByteArray many = manySectionsProfile();
+    if (!writeFile(g_profilePath, actionProfile()) || !writeFile(manyPath, many))
+        return 1;
 
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-
-    const auto bare = reporter.perIteration.find("BM_BareRead");
-    if (bare == reporter.perIteration.end() || bare->second.first <= 0
-        || bare->second.second <= 0)
-        return 0;
-    for (const char *name : {"BM_ReadProfile", "BM_PageImport"}) {
-        const auto it = reporter.perIteration.find(name);
-        if (it != reporter.perIteration.end())
-            std::printf("%s / BM_BareRead = %.1f (wall), %.1f (CPU)\n", name,
-                        it->second.first / bare->second.first,
-                        it->second.second / bare->second.second);
-    }
+    qarvo::bench::RatioReporter r;
+    qarvo::bench::runAll(argc, argv, r);
+    qarvo::bench::printRatio("cms_read", r.cpu("BM_ReadProfile"), r.cpu("BM_BareRead"), 10);
+    qarvo::bench::printRatio("cms_import", r.cpu("BM_PageImport"), r.cpu("BM_BareRead"), 40);
+    qarvo::bench::printRatio("cms_memory", heapPerFileByte(manyPath, many.size()), 4);
     return 0;
 }

@@ -1,209 +1,173 @@
-// What a round trip through the rule store costs, against the bare work the control would do
-// anyway: reading the same rows out of a row set held in memory. Run with
-// QARVO_TEST_PG_URL set to measure PostgreSQL as well.
+// Listing 100,000 rules through the rule store, read to the end through the row set the control
+// gets, against the database's own client library stepping the same query and reading every
+// column of its answer:
+//  - store_list_sqlite_100k: a SQLite store against the sqlite3 C API;
+//  - store_list_postgresql_100k: a PostgreSQL store against libpq, when QARVO_TEST_PG_URL names
+//    a database (eval "$(bash scripts/pg.sh start)"). It works in a schema of its own and drops
+//    it at the end.
 
 #include "dataservice/calls.h"
+#include "ratio.h"
 #include "rulestore/sqlrulestore.h"
+#include "storefill.h"
 
 #include <QCoreApplication>
-#include <QMap>
-#include <QSqlDatabase>
-#include <QSqlQuery>
-#include <QTemporaryDir>
+#include <QFile>
 
-#include <benchmark/benchmark.h>
-
-#include <cstdio>
+#include <libpq-fe.h>
+#include <sqlite3.h>
 
 using namespace qarvo;
 
 namespace {
 
-constexpr int Rules = 1000;
+constexpr int Rules = 100000;
 
-WMIRuleRow row(int id, int index)
+QString sqlitePath()
 {
-    WMIRuleRow r;
-    r.ruleId = ruleIdText(id);
-    r.ruleName = QStringLiteral("Rule %1").arg(id);
-    r.comment = QStringLiteral("A rule of the benchmark");
-    r.index = qint16(index);
-    r.conjunction = index ? 1 : 0;
-    r.className = QStringLiteral("Win32_OperatingSystem");
-    r.field = QStringLiteral("ServicePackMajorVersion");
-    r.value = QStringLiteral("2");
-    r.op = QStringLiteral(">=");
-    r.opCode = 5;
-    r.nameSpace = QStringLiteral("Root\\CIMV2");
-    r.type = QStringLiteral("uint16");
-    r.typeCode = 4;
-    return r;
+    return bench::scratchPath(QStringLiteral("bench.sqlite"));
 }
 
-int readList(Reply &reply)
-{
-    int n = 0;
-    forEachRow(reply, [&](RowReader &r) {
-        benchmark::DoNotOptimize(r.integer(QStringLiteral("rule_wql")));
-        benchmark::DoNotOptimize(r.text(QStringLiteral("rule_name")));
-        benchmark::DoNotOptimize(r.text(QStringLiteral("rule_comment")));
-        benchmark::DoNotOptimize(ruleIdFromText(r.text(QStringLiteral("rule_id"))));
-        ++n;
-    });
-    return n;
-}
-
-struct Fixture
-{
-    QTemporaryDir dir;
-    SqlRuleStore store;
-    bool ready = false;
-
-    explicit Fixture(const QString &location)
-    {
-        ready = store.open(location.isEmpty() ? dir.filePath(QStringLiteral("bench.sqlite")) : location);
-        if (ready && store.isEmpty()) {
-            for (int id = 0; id < Rules; ++id)
-                calls::AddWMIRule(&store, row(id, 0));
-        }
-    }
-};
-
-QString benchSchema()
+QString pgSchema()
 {
     return QStringLiteral("qarvo_bench_%1").arg(QCoreApplication::applicationPid());
 }
 
-Fixture &sqlite()
+SqlRuleStore *sqliteStore()
 {
-    static Fixture f{QString()};
-    return f;
+    static std::unique_ptr<SqlRuleStore> store = bench::filledStore(sqlitePath(), Rules);
+    return store.get();
 }
 
-Fixture *postgres()
+SqlRuleStore *postgresStore()
 {
-    static std::unique_ptr<Fixture> f;
+    static std::unique_ptr<SqlRuleStore> store;
     const QString url = qEnvironmentVariable("QARVO_TEST_PG_URL");
-    if (!f && !url.isEmpty())
-        f = std::make_unique<Fixture>(url + QStringLiteral("?schema=") + benchSchema());
-    return f && f->ready ? f.get() : nullptr;
+    if (!store && !url.isEmpty())
+        store = bench::filledStore(url + QStringLiteral("?schema=") + pgSchema(), Rules);
+    return store.get();
 }
 
-// The baseline: the same thousand rows, already in memory.
-void BM_ListBaseline(benchmark::State &state)
+void listThroughStore(benchmark::State &state, SqlRuleStore *store)
 {
-    QList<QVariantList> rows;
-    for (int id = 0; id < Rules; ++id)
-        rows.append({0, QStringLiteral("Rule %1").arg(id), QStringLiteral("A rule of the benchmark"), ruleIdText(id)});
-    const QStringList columns = {"rule_wql", "rule_name", "rule_comment", "rule_id"};
-    for (auto _ : state) {
-        Reply reply;
-        reply.rows = std::make_unique<MemoryRowSet>(columns, rows);
-        benchmark::DoNotOptimize(readList(reply));
-    }
-}
-
-void listFrom(benchmark::State &state, Fixture *f)
-{
-    if (!f) {
+    if (!store) {
         state.SkipWithError("store not available");
         return;
     }
+    const QString wql = QStringLiteral("rule_wql");
+    const QString name = QStringLiteral("rule_name");
+    const QString comment = QStringLiteral("rule_comment");
+    const QString id = QStringLiteral("rule_id");
     for (auto _ : state) {
-        Reply reply = calls::GetWMIRules(&f->store);
-        benchmark::DoNotOptimize(readList(reply));
+        Reply reply = calls::GetWMIRules(store);
+        int rows = 0;
+        forEachRow(reply, [&](RowReader &r) {
+            benchmark::DoNotOptimize(r.integer(wql));
+            benchmark::DoNotOptimize(r.text(name));
+            benchmark::DoNotOptimize(r.text(comment));
+            benchmark::DoNotOptimize(r.integer(id));
+            ++rows;
+        });
+        if (rows != Rules)
+            state.SkipWithError("rules missing");
     }
 }
 
-void BM_ListSQLite(benchmark::State &state) { listFrom(state, &sqlite()); }
-void BM_ListPostgreSQL(benchmark::State &state) { listFrom(state, postgres()); }
+void BM_StoreListSQLite(benchmark::State &state) { listThroughStore(state, sqliteStore()); }
+void BM_StoreListPostgreSQL(benchmark::State &state) { listThroughStore(state, postgresStore()); }
 
-// Storing and deleting one rule of three conditions: the property sheet's whole save.
-void saveFrom(benchmark::State &state, Fixture *f)
+// The connection is made once, as the store's is.
+void BM_SQLiteCApi(benchmark::State &state)
 {
-    if (!f) {
+    if (!sqliteStore()) {
         state.SkipWithError("store not available");
         return;
     }
-    for (auto _ : state) {
-        calls::DelWMIRule(&f->store, ruleIdText(Rules + 1), delmode::BeforeStoreAgain);
-        for (int i = 0; i < 3; ++i)
-            calls::AddWMIRule(&f->store, row(Rules + 1, i));
+    sqlite3 *db = nullptr;
+    if (sqlite3_open_v2(QFile::encodeName(sqlitePath()).constData(), &db, SQLITE_OPEN_READONLY,
+                        nullptr)
+        != SQLITE_OK) {
+        state.SkipWithError(sqlite3_errmsg(db));
+        sqlite3_close(db);
+        return;
     }
+    for (auto _ : state) {
+        const int rows = bench::listWithSqlite(db);
+        if (rows != Rules)
+            state.SkipWithError(rows < 0 ? sqlite3_errmsg(db) : "rules missing");
+    }
+    sqlite3_close(db);
 }
 
-void BM_SaveSQLite(benchmark::State &state) { saveFrom(state, &sqlite()); }
-void BM_SavePostgreSQL(benchmark::State &state) { saveFrom(state, postgres()); }
-
-} // namespace
-
-// Three repetitions each: the machine is shared, and the median steadies the ratio.
-BENCHMARK(BM_ListBaseline)->Unit(benchmark::kMicrosecond)->Repetitions(3);
-BENCHMARK(BM_ListSQLite)->Unit(benchmark::kMicrosecond)->Repetitions(3);
-BENCHMARK(BM_ListPostgreSQL)->Unit(benchmark::kMicrosecond)->Repetitions(3);
-BENCHMARK(BM_SaveSQLite)->Unit(benchmark::kMicrosecond)->Repetitions(3);
-BENCHMARK(BM_SavePostgreSQL)->Unit(benchmark::kMicrosecond)->Repetitions(3);
-
-namespace {
-
-// Keeps the median wall-clock time of every benchmark so that the ratios come from this run.
-class RatioReporter : public benchmark::ConsoleReporter
+QByteArray libpqConnection()
 {
-public:
-    void ReportRuns(const std::vector<Run> &runs) override
-    {
-        for (const Run &run : runs) {
-            if (!run.error_occurred && run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")
-                median[QString::fromStdString(run.run_name.function_name)] = run.GetAdjustedRealTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    QMap<QString, double> median; // microseconds per iteration
-};
-
-void dropBenchSchema()
-{
-    const QString url = qEnvironmentVariable("QARVO_TEST_PG_URL");
     StoreLocation loc;
-    if (url.isEmpty() || !StoreLocation::parse(url, &loc, nullptr))
-        return;
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), QStringLiteral("bench-cleanup"));
-        db.setHostName(loc.host);
-        db.setPort(loc.port);
-        db.setUserName(loc.user);
-        db.setPassword(loc.password);
-        db.setDatabaseName(loc.database);
-        if (db.open()) {
-            QSqlQuery(db).exec(QStringLiteral("SET client_min_messages TO warning"));
-            QSqlQuery(db).exec(QStringLiteral("DROP SCHEMA IF EXISTS %1 CASCADE").arg(benchSchema()));
-            db.close();
-        }
-    }
-    QSqlDatabase::removeDatabase(QStringLiteral("bench-cleanup"));
+    if (!StoreLocation::parse(qEnvironmentVariable("QARVO_TEST_PG_URL"), &loc, nullptr))
+        return {};
+    // Values go in single quotes, so that a password with blanks cannot break the string.
+    const auto quoted = [](const QString &v) {
+        return "'" + v.toUtf8().replace('\\', "\\\\").replace('\'', "\\'") + "'";
+    };
+    return "host=" + quoted(loc.host) + " port=" + QByteArray::number(loc.port)
+           + " user=" + quoted(loc.user) + " password=" + quoted(loc.password)
+           + " dbname=" + quoted(loc.database);
 }
+
+void BM_PostgreSQLLibpq(benchmark::State &state)
+{
+    if (!postgresStore()) {
+        state.SkipWithError("store not available");
+        return;
+    }
+    PGconn *conn = PQconnectdb(libpqConnection().constData());
+    if (PQstatus(conn) != CONNECTION_OK) {
+        state.SkipWithError(PQerrorMessage(conn));
+        PQfinish(conn);
+        return;
+    }
+    const QByteArray query =
+        QByteArray(bench::ListQuery).replace("FROM rules", "FROM " + pgSchema().toUtf8() + ".rules");
+    for (auto _ : state) {
+        PGresult *result = PQexec(conn, query.constData());
+        if (PQresultStatus(result) != PGRES_TUPLES_OK) {
+            state.SkipWithError(PQerrorMessage(conn));
+            PQclear(result);
+            break;
+        }
+        const int rows = PQntuples(result);
+        for (int row = 0; row < rows; ++row) {
+            for (int column = 0; column < 4; ++column) {
+                benchmark::DoNotOptimize(PQgetvalue(result, row, column));
+                benchmark::DoNotOptimize(PQgetlength(result, row, column));
+            }
+        }
+        PQclear(result);
+        if (rows != Rules)
+            state.SkipWithError("rules missing");
+    }
+    PQfinish(conn);
+}
+
+// Three repetitions each: the machine may be shared, and the median steadies the ratio.
+BENCHMARK(BM_SQLiteCApi)->Unit(benchmark::kMillisecond)->Repetitions(3);
+BENCHMARK(BM_StoreListSQLite)->Unit(benchmark::kMillisecond)->Repetitions(3);
+BENCHMARK(BM_PostgreSQLLibpq)->Unit(benchmark::kMillisecond)->Repetitions(3);
+BENCHMARK(BM_StoreListPostgreSQL)->Unit(benchmark::kMillisecond)->Repetitions(3);
 
 } // namespace
 
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-
-    const double base = reporter.median.value(QStringLiteral("BM_ListBaseline"));
-    if (base > 0) {
-        std::printf("\nagainst reading the same %d rules from memory (%.1f us):\n", Rules, base);
-        for (auto it = reporter.median.cbegin(); it != reporter.median.cend(); ++it) {
-            if (it.key() != QLatin1String("BM_ListBaseline"))
-                std::printf("  %-20s %10.1f us  ratio %6.1fx\n", qPrintable(it.key()), it.value(),
-                            it.value() / base);
-        }
+    bench::RatioReporter r;
+    bench::runAll(argc, argv, r);
+    bench::printRatio("store_list_sqlite_100k", r.cpu("BM_StoreListSQLite"), r.cpu("BM_SQLiteCApi"), 2.0);
+    // Wall-clock time: the server's share of the work counts on both sides.
+    bench::printRatio("store_list_postgresql_100k", r.real("BM_StoreListPostgreSQL"),
+                      r.real("BM_PostgreSQLLibpq"), 2.0);
+    if (SqlRuleStore *store = postgresStore()) {
+        store->close();
+        bench::dropSchema(qEnvironmentVariable("QARVO_TEST_PG_URL"), pgSchema());
     }
-    if (Fixture *f = postgres())
-        f->store.close();
-    dropBenchSchema();
     return 0;
 }

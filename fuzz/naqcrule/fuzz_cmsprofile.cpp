@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     using namespace qarvo;
     const IniFile ini = IniFile::fromBytes(
-        QByteArrayView(reinterpret_cast<const char *>(data), qsizetype(size)));
+        QByteArrayView(reinterpret_cast<const char *>(data), qsizetype(size)), cmsEntries());
     const auto profile = readCmsProfile(ini);
     if (!profile)
         return 0;

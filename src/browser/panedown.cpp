@@ -1,5 +1,6 @@
 #include "browser/panedown.h"
 
+#include "browser/shorttext.h"
 #include "control/modulestate.h"
 #include "dataservice/calls.h"
 #include "resources/groupbox.h"
@@ -141,6 +142,7 @@ CPaneDown::CPaneDown(QWidget *parent) : QWidget(parent)
     m_list = new QTreeWidget(this);
     m_list->setObjectName(QStringLiteral("detailList"));
     m_list->setAccessibleName(QStringLiteral("Rule details"));
+    m_list->setItemDelegate(new CellTextDelegate(m_list));
     m_list->setRootIsDecorated(false);
     m_list->setItemsExpandable(false);
     m_list->setUniformRowHeights(true);
@@ -193,8 +195,9 @@ void CPaneDown::setColumns(const ColumnList &columns)
 
 void CPaneDown::setHeading(const QString &text)
 {
-    m_frames[0]->setTitle(text);
-    m_frames[0]->setToolTip(text);
+    const QString shown = shownText(text);
+    m_frames[0]->setTitle(shown);
+    m_frames[0]->setToolTip(shown);
     m_frames[0]->update();
 }
 
@@ -231,10 +234,10 @@ void CPaneDown::readScriptActions(int ruleId)
         auto *item = new QTreeWidgetItem;
         // As high as a condition row with its 16-px image, so both layouts read alike.
         item->setSizeHint(0, QSize(0, 18));
-        item->setText(0, row.text(QStringLiteral("rule_script")));
+        item->setText(0, shownText(row.text(QStringLiteral("rule_script"))));
         m_list->insertTopLevelItem(0, item);
-        item->setText(1, row.text(QStringLiteral("rule_scriptact")));
-        item->setText(2, row.text(QStringLiteral("rule_comment")));
+        item->setText(1, shownText(row.text(QStringLiteral("rule_scriptact"))));
+        item->setText(2, shownText(row.text(QStringLiteral("rule_comment"))));
         for (int c = 0; c < 3; ++c)
             item->setToolTip(c, item->text(c));
     });
@@ -273,7 +276,7 @@ void CPaneDown::readConditions(int ruleId)
         m_list->insertTopLevelItem(index, item);
         int column = 2;
         for (const QString &field : conditionFields()) {
-            item->setText(column, reader.text(field));
+            item->setText(column, shownText(reader.text(field)));
             item->setToolTip(column, item->text(column));
             ++column;
         }

@@ -2,6 +2,7 @@
 
 #include "browser/panedown.h"
 #include "browser/rulelistmodel.h"
+#include "browser/shorttext.h"
 #include "control/modulestate.h"
 #include "control/sheets.h"
 #include "dataservice/calls.h"
@@ -30,6 +31,22 @@ const QString FieldRuleId = QStringLiteral("rule_id");
 const QString FieldRuleWql = QStringLiteral("rule_wql");
 const QString KindWmi = QStringLiteral("WMI");
 const QString KindWql = QStringLiteral("WQL");
+
+// A field read the way fieldText() and fieldInt() read it, but from the characters the value
+// holds rather than from a copy: a large list reads a hundred thousand of each.
+RuleListModel::Text storedText(RuleListModel::Rows &rows, const QVariant &value)
+{
+    if (value.typeId() == QMetaType::QString)
+        return rows.text(*static_cast<const QString *>(value.constData()));
+    return rows.text(fieldText(value));
+}
+
+int ruleIdOf(const QVariant &value)
+{
+    if (value.typeId() == QMetaType::QString)
+        return ruleIdFromText(*static_cast<const QString *>(value.constData()));
+    return fieldInt(value);
+}
 
 QList<RuleListModel::Column> columnsOf(qint16 viewType)
 {
@@ -101,6 +118,7 @@ CPaneUP::CPaneUP(CPaneDown *paneDown, QWidget *parent) : QWidget(parent), m_pane
     m_list->setAccessibleDescription(QStringLiteral("Enter opens the selected rule's properties; Delete "
                                                     "deletes it; the menu key offers both"));
     m_list->setModel(m_model);
+    m_list->setItemDelegate(new CellTextDelegate(m_list));
     // Tens of thousands of rules: one row height for all lets the view skip measuring rows.
     m_list->setUniformRowHeights(true);
     m_list->setRootIsDecorated(false);
@@ -226,27 +244,28 @@ void CPaneUP::readRules(qint16 viewType)
 
     // Rows are collected first and handed to the model in one step; a fault hands over what
     // was read up to it, including a row whose name was read but not its later fields.
-    std::vector<RuleListModel::Row> rows = m_model->takeRowStorage();
-    rows.reserve(256);
+    RuleListModel::Rows rows = m_model->takeRowStorage();
+    const RuleListModel::Text wmi = rows.text(KindWmi);
+    const RuleListModel::Text wql = rows.text(KindWql);
     try {
         RowReader reader(reply);
         while (!reader.atEnd()) {
             if (viewType == category::NAQC) {
-                const QString name = reader.text(FieldRuleName);
-                RuleListModel::Row &row = rows.emplace_back();
-                row.cells[0] = name;
+                const QVariant name = reader.field(FieldRuleName);
+                RuleListModel::Row &row = rows.add();
+                row.cells[0] = storedText(rows, name);
                 row.image = images::NaqcRule;
-                row.cells[1] = reader.text(FieldRuleComment);
-                row.ruleId = reader.integer(FieldRuleId);
+                row.cells[1] = storedText(rows, reader.field(FieldRuleComment));
+                row.ruleId = ruleIdOf(reader.field(FieldRuleId));
             } else {
-                const qint32 wql = reader.integer(FieldRuleWql);
-                const QString name = reader.text(FieldRuleName);
-                RuleListModel::Row &row = rows.emplace_back();
-                row.cells[0] = name;
+                const qint32 kind = reader.integer(FieldRuleWql);
+                const QVariant name = reader.field(FieldRuleName);
+                RuleListModel::Row &row = rows.add();
+                row.cells[0] = storedText(rows, name);
                 row.image = images::WmiRule;
-                row.cells[1] = wql == 0 ? KindWmi : KindWql;
-                row.cells[2] = reader.text(FieldRuleComment);
-                row.ruleId = reader.integer(FieldRuleId);
+                row.cells[1] = kind == 0 ? wmi : wql;
+                row.cells[2] = storedText(rows, reader.field(FieldRuleComment));
+                row.ruleId = ruleIdOf(reader.field(FieldRuleId));
             }
             reader.next();
         }

@@ -1,5 +1,6 @@
 #include "browser/rulelistmodel.h"
 
+#include "browser/shorttext.h"
 #include "resources/images.h"
 
 namespace qarvo {
@@ -15,6 +16,17 @@ void RuleListModel::insertColumnsInFront(const QList<Column> &columns)
     endInsertColumns();
 }
 
+RuleListModel::Text RuleListModel::Rows::text(const QString &text)
+{
+    if (text.size() > MaxShownText) {
+        m_long.append(text);
+        return {m_long.size() - 1, -1};
+    }
+    const Text stored{qsizetype(m_chars.size()), text.size()};
+    m_chars.append(reinterpret_cast<const char16_t *>(text.constData()), size_t(text.size()));
+    return stored;
+}
+
 void RuleListModel::clearRows()
 {
     if (m_rows.empty())
@@ -23,29 +35,43 @@ void RuleListModel::clearRows()
     // walk its whole layout to move the removed rows out.
     beginResetModel();
     m_rows.clear();
+    m_chars.clear();
+    m_long.clear();
     endResetModel();
 }
 
-std::vector<RuleListModel::Row> RuleListModel::takeRowStorage()
+RuleListModel::Rows RuleListModel::takeRowStorage()
 {
-    if (!m_rows.empty())
-        return {};
-    std::vector<Row> storage;
-    storage.swap(m_rows);
+    Rows storage;
+    if (m_rows.empty()) {
+        storage.m_rows.swap(m_rows);
+        storage.m_chars.swap(m_chars);
+        storage.m_chars.clear();
+        m_long.clear();
+    }
     return storage;
 }
 
-void RuleListModel::appendRows(std::vector<Row> rows)
+void RuleListModel::appendRows(Rows rows)
 {
-    if (rows.empty())
+    if (rows.m_rows.empty())
         return;
     const int first = int(m_rows.size());
-    beginInsertRows(QModelIndex(), first, first + int(rows.size()) - 1);
+    beginInsertRows(QModelIndex(), first, first + int(rows.m_rows.size()) - 1);
     if (m_rows.empty()) {
-        m_rows = std::move(rows);
+        m_rows = std::move(rows.m_rows);
+        m_chars = std::move(rows.m_chars);
+        m_long = std::move(rows.m_long);
     } else {
-        m_rows.insert(m_rows.end(), std::make_move_iterator(rows.begin()),
-                      std::make_move_iterator(rows.end()));
+        const auto shift = qsizetype(m_chars.size());
+        const qsizetype longShift = m_long.size();
+        m_chars += rows.m_chars;
+        m_long += rows.m_long;
+        for (Row &row : rows.m_rows) {
+            for (Text &text : row.cells)
+                text.at += text.size < 0 ? longShift : shift;
+            m_rows.push_back(row);
+        }
     }
     endInsertRows();
 }
@@ -59,11 +85,29 @@ void RuleListModel::removeRuleRow(int row)
     endRemoveRows();
 }
 
+QStringView RuleListModel::cell(const Row &row, int column) const
+{
+    const Text text = row.cells[size_t(column)];
+    if (text.size < 0)
+        return m_long.at(text.at);
+    return QStringView(m_chars.data() + text.at, text.size);
+}
+
 QString RuleListModel::cellText(int row, int column) const
 {
     if (row < 0 || row >= int(m_rows.size()) || column < 0 || column >= FilledColumns)
         return {};
-    return m_rows[size_t(row)].cells[size_t(column)];
+    const Text text = m_rows[size_t(row)].cells[size_t(column)];
+    return text.size < 0 ? m_long.at(text.at) : cell(m_rows[size_t(row)], column).toString();
+}
+
+QModelIndex RuleListModel::index(int row, int column, const QModelIndex &parent) const
+{
+    // The view asks for every row when it lays a large list out; the checks need no calls.
+    if (parent.isValid() || row < 0 || column < 0 || row >= int(m_rows.size())
+        || column >= int(m_columns.size()))
+        return {};
+    return createIndex(row, column);
 }
 
 int RuleListModel::rowCount(const QModelIndex &parent) const
@@ -87,11 +131,11 @@ QVariant RuleListModel::data(const QModelIndex &index, int role) const
     case Qt::ToolTipRole: {
         if (column >= FilledColumns)
             return {};
-        const QString &text = r.cells[size_t(column)];
+        const QStringView text = cell(r, column);
         // A tooltip only helps where the cell may be cut off.
         if (role == Qt::ToolTipRole && text.isEmpty())
             return {};
-        return text;
+        return shownText(text);
     }
     case Qt::DecorationRole:
         if (column == 0 && r.image >= 0)

@@ -5,6 +5,7 @@
 #include <QString>
 
 #include <array>
+#include <string>
 #include <vector>
 
 namespace qarvo {
@@ -24,11 +25,35 @@ public:
 
     static constexpr int FilledColumns = 3;
 
+    // Where a cell's characters lie in the model's character store; a text too long to show
+    // whole is kept aside as it came (size -1, `at` its place), so that it is never copied.
+    struct Text
+    {
+        qsizetype at = 0;
+        qsizetype size = 0;
+    };
+
     struct Row
     {
-        std::array<QString, FilledColumns> cells;
+        std::array<Text, FilledColumns> cells;
         int ruleId = 0; // stays 0 when the row set ends the load before the id is read
         int image = -1;
+    };
+
+    // The rows of one load, gathered before they are handed over in one step. The characters of
+    // every cell go into one store, so that a hundred thousand rules are let go at once rather
+    // than string by string, and a reload fills the storage the last load left.
+    class Rows
+    {
+    public:
+        Row &add() { return m_rows.emplace_back(); }
+        Text text(const QString &text);
+
+    private:
+        friend class RuleListModel;
+        std::vector<Row> m_rows;
+        std::u16string m_chars;
+        QList<QString> m_long;
     };
 
     explicit RuleListModel(QObject *parent = nullptr);
@@ -37,16 +62,17 @@ public:
     const QList<Column> &columnList() const { return m_columns; }
 
     void clearRows();
-    // The storage of the rows just cleared, handed out for the next load to fill, so that a
-    // reload of a large list does not grow a fresh buffer step by step. Empty when rows remain.
-    std::vector<Row> takeRowStorage();
+    // The storage of the rows just cleared, for the next load to fill. Empty when rows remain.
+    Rows takeRowStorage();
     // Appends in one step; a load hands over everything it read, also when it ended early.
-    void appendRows(std::vector<Row> rows);
+    void appendRows(Rows rows);
     void removeRuleRow(int row);
 
     const Row &row(int row) const { return m_rows.at(size_t(row)); }
+    // The text as the service sent it; the view shows overlong texts cut.
     QString cellText(int row, int column) const;
 
+    QModelIndex index(int row, int column, const QModelIndex &parent = {}) const override;
     int rowCount(const QModelIndex &parent = {}) const override;
     int columnCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
@@ -55,8 +81,12 @@ public:
     Qt::ItemFlags flags(const QModelIndex &index) const override;
 
 private:
+    QStringView cell(const Row &row, int column) const;
+
     QList<Column> m_columns;
     std::vector<Row> m_rows;
+    std::u16string m_chars;
+    QList<QString> m_long;
 };
 
 } // namespace qarvo

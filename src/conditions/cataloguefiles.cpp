@@ -16,11 +16,17 @@ namespace {
 // terminator.
 constexpr int ProgramPathCapacity = 511;
 
-// Only regular files count: a directory, a pipe or a device in a catalogue file's place is
-// reported like a missing file instead of being read, possibly forever.
+// Far beyond any real catalogue, and small enough that a scan through it ends in seconds.
+constexpr qint64 MaxCatalogueFileBytes = 256 * 1024 * 1024;
+
+// Only regular files of a sane size count: a directory, a pipe, a device or a huge (perhaps
+// sparse) file in a catalogue file's place is reported like a missing file instead of being
+// read, possibly forever. The size is checked again on the file opened, which is the one read.
 bool openCatalogueFile(QFile &file)
 {
-    return QFileInfo(file.fileName()).isFile() && file.open(QIODevice::ReadOnly);
+    const QFileInfo info(file.fileName());
+    return info.isFile() && info.size() <= MaxCatalogueFileBytes && file.open(QIODevice::ReadOnly)
+           && file.size() <= MaxCatalogueFileBytes;
 }
 } // namespace
 

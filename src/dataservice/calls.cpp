@@ -168,16 +168,10 @@ RowReader::RowReader(Reply &reply) : m_rows(std::move(reply.rows)) {}
 
 RowReader::~RowReader() = default;
 
-RowSet &RowReader::rows()
+void RowReader::noRowSet()
 {
-    if (!m_rows)
-        throw DataServiceError(status::InvalidPointer, QStringLiteral("no row set"));
-    return *m_rows;
+    throw DataServiceError(status::InvalidPointer, QStringLiteral("no row set"));
 }
-
-bool RowReader::atEnd() { return rows().atEnd(); }
-void RowReader::next() { rows().moveNext(); }
-QVariant RowReader::field(const QString &name) { return rows().field(name); }
 
 void RowReader::close()
 {

@@ -3,6 +3,8 @@
 // Reading a Connection Manager service profile (.cms): its service name and the script actions
 // listed in its nine action sections, one row per action.
 
+#include "naqcrule/inireader.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -10,8 +12,6 @@
 #include <optional>
 
 namespace qarvo {
-
-class IniFile;
 
 namespace cms {
 // Lookup buffer sizes in characters, terminator included.
@@ -43,8 +43,14 @@ const QStringList &cmsActionSections();
 // script behind the directory macro.
 QString cmsScriptToken(QStringView commandLine);
 
-// The rows of one action section: keys "0", "1", ... up to the first one missing or empty.
-QList<CmsScriptRow> readCmsActionSection(const IniFile &ini, const QString &section);
+// Appends the rows of one action section: keys "0", "1", ... up to the first one missing or empty.
+void readCmsActionSection(const IniFile &ini, const QString &section,
+                                       QList<CmsScriptRow> &rows);
+
+// The entries of a profile that the reader looks at: "ServiceName" of [Connection Manager] and
+// the numbered actions and their descriptions of the action sections. A file is read for these
+// and nothing else.
+const IniFile::Selection &cmsEntries();
 
 // The whole profile; nothing when "ServiceName" of [Connection Manager] is missing or empty,
 // which is how a file that is not a profile shows.

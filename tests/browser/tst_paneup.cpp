@@ -4,6 +4,7 @@
 #include "control/sheets.h"
 #include "dataservice/calls.h"
 #include "dialogdriver.h"
+#include "resources/groupbox.h"
 #include "resources/images.h"
 
 #include <QDialog>
@@ -541,6 +542,35 @@ private Q_SLOTS:
         QCOMPARE(b.model()->rowCount(), count - 1);
         b.ctrl->RefreshList();
         QCOMPARE(b.model()->rowCount(), count);
+    }
+
+    // Texts too long to read are shown cut, everywhere they show; what goes back to the service
+    // is the text as it came.
+    void overlongTextsShownCutSentWhole()
+    {
+        const QString name = QString(5000, u'n');
+        const QString cut = name.left(4096) + QChar(0x2026);
+        const QString comment = QString(4096, u'c'); // the longest text shown whole
+        RecordingService s;
+        s.script("GetWMIRules", wmiRules({{0, name, comment, "7"}}));
+        s.script("GetWMIRuleInfo", conditions({{name, "", 0, 0, "root", "C", "F", "string", "=", name}}));
+        s.script("RulesUsedExRule", ScriptedReply::table({"rule_name"}, {}));
+        Browser b(6, &s);
+        QCOMPARE(rowTexts(b.list(), 0), QStringList({cut, "WMI", comment}));
+        QCOMPARE(b.model()->index(0, 0).data(Qt::ToolTipRole).toString(), cut);
+
+        b.clickRow(0);
+        QCOMPARE(b.down()->heading(), cut);
+        QCOMPARE(b.down()->headingFrame()->toolTip(), cut);
+        QTreeWidgetItem *condition = b.details()->topLevelItem(0);
+        QCOMPARE(condition->text(7), cut);
+        QCOMPARE(condition->toolTip(7), cut);
+        keepScreenshot(b.host.get(), QStringLiteral("overlong-texts"));
+
+        s.clear();
+        b.up()->deleteSelectedRule();
+        QCOMPARE(s.signatures().last(), QStringLiteral("DelWMIRule(text:000000007, short:1)"));
+        QCOMPARE(std::get<QString>(s.calls().first().args.first()), name);
     }
 };
 

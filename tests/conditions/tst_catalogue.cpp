@@ -13,6 +13,10 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
+
 using namespace qarvo;
 using namespace qarvo::catalogue;
 using namespace qarvo::test;
@@ -289,11 +293,22 @@ private Q_SLOTS:
         QVERIFY(!LoadClassList(dir.path(), tree));
         QVERIFY(tree.isEmpty());
         QVERIFY(!LoadClassFields(dir.path(), "Win32_Service"));
-        // A directory where a file should be cannot be read either.
+        // A directory, a pipe (which would wait for a writer) or a huge sparse file where a file
+        // should be cannot be read either.
         QDir(dir.path()).mkpath("data/other.dat");
         QVERIFY(!LoadClassFields(dir.path(), "Other"));
+#ifdef Q_OS_UNIX
+        QCOMPARE(::mkfifo(QFile::encodeName(dir.filePath("data/cim.dat")).constData(), 0600), 0);
+#endif
+        QVERIFY(!LoadClassFields(dir.path(), "CIM_X"));
+        QFile huge(dir.filePath("class.dat"));
+        QVERIFY(huge.open(QIODevice::WriteOnly) && huge.resize(256 * 1024 * 1024 + 1));
+        huge.close();
+        QVERIFY(!LoadClassList(dir.path(), tree));
+        huge.remove();
         QCOMPARE(catcher.texts(), QStringList({"Cannot open class list file", "Cannot open field list file",
-                                               "Cannot open field list file"}));
+                                               "Cannot open field list file", "Cannot open field list file",
+                                               "Cannot open class list file"}));
         for (const auto &m : catcher.messages) {
             QCOMPARE(m.caption, QStringLiteral("ERROR"));
             QCOMPARE(m.icon, ui::MessageIcon::Critical);
@@ -305,7 +320,7 @@ private Q_SLOTS:
         QCOMPARE(tree.nodes.size(), 2);
         const auto absent = LoadClassFields(dir.path(), "Win32_Absent");
         QVERIFY(absent && !absent->found && absent->fields.isEmpty());
-        QCOMPARE(catcher.messages.size(), 3);
+        QCOMPARE(catcher.messages.size(), 5);
     }
 
 

@@ -68,6 +68,8 @@ void TestCmsProfile::lookupRules_data()
     QTest::newRow("lone CR line ends") << "C" << "x" << "1";
     QTest::newRow("non-ASCII names fold") << "ÉTÉ" << "CLÉ" << "v";
     QTest::newRow("NUL ends a value") << "C" << "nul" << "ab";
+    QTest::newRow("key not asked for") << "Connection Manager" << "Unasked" << "";
+    QTest::newRow("section not asked for") << "Skipped" << "k" << "";
 }
 
 void TestCmsProfile::lookupRules()
@@ -75,15 +77,23 @@ void TestCmsProfile::lookupRules()
     QFETCH(QString, section);
     QFETCH(QString, key);
     QFETCH(QString, value);
+    IniFile::Selection asked;
+    asked.add(u"CONNECTION MANAGER", {"ServiceName", "Quoted", "Inner", "Pair", "Semi", "Missing"});
+    asked.add(u"", {"Orphan"});
+    asked.add(u"Missing", {"ServiceName"});
+    asked.add(u"a", {"K", "[b", "other"});
+    asked.add(u"C", {"x", "nul"});
+    asked.add(u"ÉTÉ", {"CLÉ"});
     const IniFile ini = IniFile::fromBytes(QByteArray("; comment\r\nOrphan=before any section\r\n"
                                                       "[Connection Manager]\r\n"
                                                       "  SERVICENAME  =  \"  Corp VPN  \"  \r\n"
                                                       "servicename=second loses\r\nQuoted=\"left only\r\n"
                                                       "Inner=a \"b\" c\r\nPair=\"\"\r\n"
-                                                      "Semi=a ; not a comment\r\n"
-                                                      "[A]\nk=first\n[B\nbare\n[ a ]\nk=second\nother=x\n"
-                                                      "[C]\rx=1\r=no key\nnul=ab~cd\n[été]\nclé=v\n")
-                                               .replace('~', '\0'));
+                                                      "Semi=a ; not a comment\r\nUnasked=x\r\n"
+                                                      "[A]\nk=first\n[B\nbare\n[Skipped]\nk=v\n[ a ]\nk=second\n"
+                                                      "other=x\n[C]\rx=1\r=no key\nnul=ab~cd\n[été]\nclé=v\n")
+                                               .replace('~', '\0'),
+                                           asked);
     QCOMPARE(ini.sectionCount(), 4);
     QCOMPARE(ini.value(section, key, 256), value);
 }
@@ -108,6 +118,9 @@ void TestCmsProfile::profiles_data()
     QTest::newRow("description key") << QByteArray("[Connection Manager]\nServiceName=S\n[Pre-Init Actions]\n"
                                                    "0=a b\n0 Description=wrong\n1=c d\n1&DESCRIPTION=right\n")
                                      << "S" << QStringList({"b|Pre-Init Actions|", "d|Pre-Init Actions|right"});
+    // Names fold as Unicode does: the long s of "ſervicename" is an s.
+    QTest::newRow("folded key") << QByteArray("[Connection Manager]\n\xC5\xBF" "erviceName=x\n") << "x"
+                                << QStringList();
     QTest::newRow("no actions") << QByteArray("[Connection Manager]\nServiceName=x\n") << "x" << QStringList();
     QTest::newRow("empty name") << QByteArray("[Connection Manager]\nServiceName=\n[Connect Actions]\n0=a b\n")
                                 << "" << QStringList();
@@ -121,7 +134,7 @@ void TestCmsProfile::profiles()
     QFETCH(QByteArray, bytes);
     QFETCH(QString, serviceName);
     QFETCH(QStringList, rows);
-    const auto profile = readCmsProfile(IniFile::fromBytes(bytes));
+    const auto profile = readCmsProfile(IniFile::fromBytes(bytes, cmsEntries()));
     QCOMPARE(bool(profile), !serviceName.isEmpty());
     if (profile) {
         QCOMPARE(profile->serviceName, serviceName);
@@ -162,7 +175,7 @@ void TestCmsProfile::sectionOrderNumberingAndLimits()
         text += "[" + sections[i].toUpper().toUtf8() + "]\n0=x " + QByteArray::number(i) + "\n";
         expected.prepend(QString::number(i) + u'|' + sections[i] + u'|');
     }
-    QCOMPARE(*rowsOf(readCmsProfile(IniFile::fromBytes(text))), expected);
+    QCOMPARE(*rowsOf(readCmsProfile(IniFile::fromBytes(text, cmsEntries()))), expected);
 
     // A gap, a section not starting at 0 or an empty value ends a section; key 99 is the last.
     text = "[Connection Manager]\nServiceName=S\n[Pre-Dial Actions]\n0=a x\n1=b y\n3=c z\n"
@@ -170,7 +183,7 @@ void TestCmsProfile::sectionOrderNumberingAndLimits()
     for (int n = 120; n >= 0; --n)
         text += QByteArray::number(n) + "=p " + QByteArray::number(n) + "\n";
     text += "[Disconnect Actions]\n1=not from zero\n[On-Cancel Actions]\n0=\n1=after empty\n";
-    const QStringList numbered = *rowsOf(readCmsProfile(IniFile::fromBytes(text)));
+    const QStringList numbered = *rowsOf(readCmsProfile(IniFile::fromBytes(text, cmsEntries())));
     QCOMPARE(numbered.size(), 2 + 100);
     QCOMPARE(numbered.mid(0, 2), QStringList({"x|Pre-Dial Actions|", "y|Pre-Dial Actions|"}));
     QCOMPARE(numbered.last(), QStringLiteral("99|Connect Actions|"));
@@ -180,7 +193,8 @@ void TestCmsProfile::sectionOrderNumberingAndLimits()
     const auto profile = readCmsProfile(IniFile::fromBytes(
         ("[Connection Manager]\nServiceName=" + QString(300, u'n') + "\n[Connect Actions]\n0=dir\\"
          + QString(3000, u's') + "\n0&Description=\"" + QString(2100, u'q') + "\"\n")
-            .toUtf8()));
+            .toUtf8(),
+        cmsEntries()));
     QCOMPARE(profile->serviceName, QString(255, u'n'));
     QCOMPARE(*rowsOf(profile), QStringList({QString(2043, u's') + "|Connect Actions|" + QString(2047, u'q')}));
     const QString emoji = QStringLiteral("a\U0001F600");
