@@ -225,6 +225,18 @@ private Q_SLOTS:
         QCOMPARE(QString(snapshot(out)["class.dat"]).count("#Win32_Added$"), 1);
     }
 
+    // A file met again, by an include or on the command line, is read once and noted.
+    void filesAreReadOnce()
+    {
+        QTemporaryDir dir;
+        writeFile(dir.filePath("b.mof"), "class B_B { string X; };");
+        writeFile(dir.filePath("a.mof"), "#pragma include(\"b.mof\")\n#pragma include(\"b.mof\")\n");
+        const Run run = build(dir.filePath("out"), {dir.filePath("a.mof"), dir.filePath("a.mof")});
+        QCOMPARE(run.status, 0);
+        QCOMPARE(run.err.count("was read already; not read again"), 2);
+        QVERIFY2(run.err.startsWith(dir.filePath("a.mof:2:")), qPrintable(run.err));
+    }
+
     void badInputWritesNothing_data()
     {
         QTest::addColumn<QByteArray>("a");
