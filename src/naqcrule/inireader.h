@@ -45,7 +45,9 @@ class IniFile
                 return false;
             for (qsizetype i = 0; i < size; ++i) {
                 const auto c = char16_t(static_cast<std::make_unsigned_t<Unit>>(units[i]));
-                if (c >= 0x80 || ((c >= u'A' && c <= u'Z') ? char16_t(c + (u'a' - u'A')) : c) != name[size_t(i)])
+                if (c == name[size_t(i)] && c < 0x80)
+                    continue;
+                if (c < u'A' || c > u'Z' || char16_t(c + (u'a' - u'A')) != name[size_t(i)])
                     return false;
             }
             return true;

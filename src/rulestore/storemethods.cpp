@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 namespace qarvo::store {
 
@@ -70,19 +71,58 @@ struct ListedRule
     QString name;
     QString comment;
     int wql;
+    // The name in lower case when it is all ASCII, where that orders exactly as nameLess() does;
+    // empty otherwise. A list of many rules is sorted in a fraction of the time that comparing
+    // without regard to case, character by character, takes.
+    QByteArray asciiKey;
 };
+
+QByteArray asciiSortKey(const QString &name)
+{
+    QByteArray key(name.size(), Qt::Uninitialized);
+    for (qsizetype i = 0; i < name.size(); ++i) {
+        const char16_t c = name[i].unicode();
+        if (c >= 0x80)
+            return {};
+        key[i] = char(c >= u'A' && c <= u'Z' ? c + (u'a' - u'A') : c);
+    }
+    return key;
+}
+
+bool listedLess(const ListedRule &a, const ListedRule &b)
+{
+    if (a.asciiKey.isEmpty() || b.asciiKey.isEmpty())
+        return nameLess(a.name, a.id, b.name, b.id);
+    if (const int c = a.asciiKey.compare(b.asciiKey))
+        return c < 0;
+    if (const int c = a.name.compare(b.name))
+        return c < 0;
+    return a.id < b.id;
+}
 
 QList<ListedRule> listRules(StoreDb &db, qint16 category)
 {
     QSqlQuery q = db.exec("SELECT rule_id, rule_name, rule_comment, rule_wql FROM rules WHERE category = ?",
                           {int(category)});
-    QList<ListedRule> list;
-    while (q.next())
-        list.append({q.value(0).toInt(), q.value(1).toString(), q.value(2).toString(), q.value(3).toInt()});
+    std::vector<ListedRule> rules;
+    while (q.next()) {
+        QString name = q.value(1).toString();
+        QByteArray key = asciiSortKey(name);
+        rules.push_back({q.value(0).toInt(), std::move(name), q.value(2).toString(), q.value(3).toInt(),
+                         std::move(key)});
+    }
     q.finish();
-    std::sort(list.begin(), list.end(), [](const ListedRule &a, const ListedRule &b) {
-        return nameLess(a.name, a.id, b.name, b.id);
-    });
+    // The rules stay where they are; only pointers to them move while sorting.
+    std::vector<ListedRule *> order;
+    order.reserve(rules.size());
+    for (ListedRule &r : rules)
+        order.push_back(&r);
+    std::sort(order.begin(), order.end(),
+              [](const ListedRule *a, const ListedRule *b) { return listedLess(*a, *b); });
+    QList<ListedRule> list;
+    list.reserve(qsizetype(order.size()));
+    for (ListedRule *r : order)
+        list.append(std::move(*r));
     return list;
 }
 

@@ -132,12 +132,16 @@ private Q_SLOTS:
         auto store = m_fx.open();
         QVERIFY(storeWmi(store.get(), 12, QStringLiteral("beta"), 3, 0));
         QVERIFY(storeWmi(store.get(), 32767, QStringLiteral("Alpha"), 1, 1));
+        QVERIFY(storeWmi(store.get(), 7, QStringLiteral("\u00c4pfel"), 1, 0));
+        QVERIFY(storeWmi(store.get(), 8, QStringLiteral("Beta"), 1, 0));
         QVERIFY(storeNaqc(store.get(), 12, QStringLiteral("VPN baseline"), 3));
 
         // Each category lists its own rules, sorted as an administrator reads names, whatever the case.
         Reply list = calls::GetWMIRules(store.get());
         QCOMPARE(rowTexts(list, {"rule_wql", "rule_name", "rule_comment", "rule_id"}),
-                 (QStringList{"1|Alpha|comment of Alpha|000032767", "0|beta|comment of beta|000000012"}));
+                 (QStringList{"1|Alpha|comment of Alpha|000032767", "0|Beta|comment of Beta|000000008",
+                              "0|beta|comment of beta|000000012",
+                              QStringLiteral("0|\u00c4pfel|comment of \u00c4pfel|000000007")}));
         Reply naqc = calls::GetRQCRule(store.get());
         QCOMPARE(rowTexts(naqc, {"rule_name", "rule_comment", "rule_id"}),
                  QStringList{"VPN baseline|comment of VPN baseline|000000012"});
