@@ -92,8 +92,12 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
     const QCommandLineOption merge(
         QStringLiteral("merge"),
         QStringLiteral("With --copy-to: add to a target that holds rules, leaving out the names it has."));
+    const QCommandLineOption progress(
+        QStringLiteral("progress"),
+        QStringLiteral("With --export, --import or --copy-to: print progress lines on standard error even when "
+                       "it is not a terminal (on a terminal they appear once the work takes over a second)."));
     parser.addOptions({help, database, view, screenshot, check, history, exportFile, importFile, replace,
-                       copyTo, merge, registration, unregistration});
+                       copyTo, merge, progress, registration, unregistration});
 
     if (!parser.parse(arguments)) {
         *message = parser.errorText();
@@ -149,6 +153,7 @@ ParseResult parseOptions(const QStringList &arguments, Options *options, QString
     o.replace = parser.isSet(replace);
     o.copyTo = parser.value(copyTo);
     o.merge = parser.isSet(merge);
+    o.progress = parser.isSet(progress);
     const int commands = int(o.check) + int(o.history) + int(parser.isSet(exportFile))
         + int(parser.isSet(importFile)) + int(parser.isSet(copyTo));
     if (commands > 1) {

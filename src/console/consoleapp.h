@@ -20,6 +20,7 @@ struct Options
     bool replace = false; // importing: rules of the same name are replaced, not kept
     QString copyTo;       // copy every rule and the history into this store and exit
     bool merge = false;   // copying: a target that holds rules is added to
+    bool progress = false; // progress lines even when standard error is not a terminal
 };
 
 enum class ParseResult { Run, Help, Error, BadDatabase, Register, Unregister };

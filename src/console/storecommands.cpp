@@ -1,6 +1,7 @@
 #include "console/storecommands.h"
 
 #include "conditions/conditioncheck.h"
+#include "console/commandprogress.h"
 #include "console/consoleapp.h"
 #include "console/historytext.h"
 #include "console/rulecheck.h"
@@ -82,9 +83,30 @@ int printHistory(SqlRuleStore &store)
     return 0;
 }
 
-int exportRules(SqlRuleStore &store, const QString &fileName)
+CommandProgress::Line counted(const char *verb)
 {
-    const std::optional<QList<RuleSnapshot>> rules = store.allRules();
+    return [verb](int done, int total) {
+        return QStringLiteral("%1 %2 of %3 rules").arg(QLatin1String(verb)).arg(done).arg(total);
+    };
+}
+
+// The one line a command stopped by Ctrl+C ends with.
+int interrupted(const QString &what)
+{
+    printErr(QStringLiteral("interrupted; %1").arg(what));
+    return InterruptedExit;
+}
+
+int exportRules(SqlRuleStore &store, const Options &options)
+{
+    const QString &fileName = options.exportFile;
+    std::optional<QList<RuleSnapshot>> rules;
+    {
+        CommandProgress progress(counted("Read"), options.progress);
+        rules = store.allRules([&](int done, int total) { return progress.step(done, total); });
+        if (progress.interrupted())
+            return interrupted(QStringLiteral("nothing was exported."));
+    }
     if (!rules) {
         printErr(store.lastError());
         return 1;
@@ -122,29 +144,51 @@ int importFile(const Options &options)
         printErr(store.lastError());
         return 1;
     }
-    const ImportReport report = importRules(&store, *rules, options.replace);
-    (report.ok() ? printOut(importSummary(report)) : printErr(importSummary(report)));
+    ImportReport report;
+    {
+        CommandProgress progress(counted("Imported"), options.progress);
+        report = importRules(&store, *rules, options.replace,
+                             [&](int done, int total) { return progress.step(done, total); });
+    }
+    // Each rule is stored whole or not at all, so a stop keeps the rules before it.
+    (report.ok() && !report.cancelled ? printOut(importSummary(report)) : printErr(importSummary(report)));
+    if (report.cancelled)
+        return interrupted(QStringLiteral("the rules imported before stay in the store."));
     return report.ok() ? 0 : 1;
 }
 
 int copyStore(SqlRuleStore &from, const Options &options)
 {
+    const auto percent = [](int done, int total) {
+        return QStringLiteral("Copying rules: %1%").arg(qint64(done) * 100 / qMax(total, 1));
+    };
+    // Watching for Ctrl+C from before the target is opened, so that a target made for the copy
+    // is removed whenever the copy is stopped.
+    std::optional<CommandProgress> progress(std::in_place, percent, options.progress);
     SqlRuleStore to;
     if (!to.open(options.copyTo)) {
+        progress.reset();
         printErr(to.lastError());
         return 1;
     }
-    const std::optional<StoreCopyCounts> counts = from.copyTo(to, options.merge);
+    std::optional<StoreCopyCounts> counts =
+        from.copyTo(to, options.merge, [&](int done, int total) { return progress->step(done, total); });
+    const bool stopped = progress->interrupted() && !counts;
+    progress.reset();
     if (!counts) {
-        printErr(QStringLiteral("%1: %2").arg(to.location().displayText(),
-                                              to.lastError().isEmpty() ? from.lastError() : to.lastError()));
+        // The copy is one transaction in the target, which has been rolled back.
+        if (stopped)
+            interrupted(QStringLiteral("nothing was copied to %1.").arg(to.location().displayText()));
+        else
+            printErr(QStringLiteral("%1: %2").arg(to.location().displayText(),
+                                                  to.lastError().isEmpty() ? from.lastError() : to.lastError()));
         if (to.createdOnOpen() && to.location().kind == StoreLocation::Kind::SQLite) {
             // The file was made for this copy only.
             to.close();
             for (const char *suffix : {"", "-wal", "-shm", "-journal"})
                 QFile::remove(to.location().path + QLatin1String(suffix));
         }
-        return 1;
+        return stopped ? InterruptedExit : 1;
     }
     printOut(QStringLiteral("Copied %1 rules and %2 history versions from %3 to %4; %5 rules read back and "
                             "found equal.")
@@ -176,7 +220,7 @@ int runStoreCommand(const Options &options)
     if (options.history)
         return printHistory(store);
     if (!options.exportFile.isEmpty())
-        return exportRules(store, options.exportFile);
+        return exportRules(store, options);
     return copyStore(store, options);
 }
 

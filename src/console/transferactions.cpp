@@ -66,16 +66,37 @@ void exportRulesInteractively(QWidget *parent, SqlRuleStore *store, const std::o
     const QString suggested = only ? only->name + QStringLiteral(".json") : QStringLiteral("rules.json");
     const QString fileName = QFileDialog::getSaveFileName(
         parent, only ? QStringLiteral("Export Rule") : QStringLiteral("Export Rules"), suggested, Filter);
-    if (fileName.isEmpty())
-        return;
-    QApplication::setOverrideCursor(Qt::WaitCursor);
+    if (!fileName.isEmpty())
+        exportRulesToFile(parent, store, only, fileName);
+}
+
+bool exportRulesToFile(QWidget *parent, SqlRuleStore *store, const std::optional<SelectedRule> &only,
+                       const QString &fileName)
+{
     std::optional<QList<RuleSnapshot>> rules;
+    bool cancelled = false;
     if (only) {
         if (std::optional<RuleSnapshot> one = store->rule(only->category, ruleIdText(only->id)))
             rules = QList<RuleSnapshot>{*one};
     } else {
-        rules = store->allRules();
+        // Shown only when reading the rules takes longer than a moment.
+        QProgressDialog progress(QStringLiteral("Exporting rules to %1…").arg(QFileInfo(fileName).fileName()),
+                                 QStringLiteral("Cancel"), 0, 0, parent);
+        progress.setObjectName(QStringLiteral("exportProgress"));
+        progress.setWindowTitle(QStringLiteral("Export Rules"));
+        progress.setWindowModality(Qt::WindowModal);
+        progress.setMinimumDuration(500);
+        rules = store->allRules([&](int done, int total) {
+            progress.setMaximum(total);
+            progress.setValue(done);
+            return !progress.wasCanceled();
+        });
+        cancelled = progress.wasCanceled();
+        progress.reset();
     }
+    if (cancelled)
+        return false; // nothing was written: the file is only opened once every rule is read
+    QApplication::setOverrideCursor(Qt::WaitCursor);
     QSaveFile file(fileName);
     const bool read = rules.has_value();
     const bool written = read && file.open(QIODevice::WriteOnly) && file.write(writeRuleFile(*rules)) >= 0
@@ -85,6 +106,7 @@ void exportRulesInteractively(QWidget *parent, SqlRuleStore *store, const std::o
         complain(parent, QStringLiteral("The rules could not be read: %1").arg(store->lastError()));
     else if (!written)
         complain(parent, QStringLiteral("Cannot write %1: %2").arg(fileName, file.errorString()));
+    return written;
 }
 
 bool importRulesInteractively(QWidget *parent, SqlRuleStore *store)

@@ -369,26 +369,33 @@ qint32 SqlRuleStore::removeRuleUsage(qint16 userCategory, const QString &userId,
     });
 }
 
-std::optional<QList<RuleSnapshot>> SqlRuleStore::allRules()
+std::optional<QList<RuleSnapshot>> SqlRuleStore::allRules(const TransferProgress &progress)
 {
     std::optional<QList<RuleSnapshot>> out;
-    transact(false, [&] { out = store::readAllRules(d->db); });
+    transact(false, [&] { out = store::readAllRules(d->db, progress); });
     return out;
 }
 
-std::optional<StoreCopyCounts> SqlRuleStore::copyTo(SqlRuleStore &target, bool merge)
+std::optional<StoreCopyCounts> SqlRuleStore::copyTo(SqlRuleStore &target, bool merge,
+                                                    const TransferProgress &progress)
 {
     QList<RuleSnapshot> rules;
     QList<store::StoredVersion> versions;
+    // Reading, writing and reading back each take about as long, so each is a third of the work.
+    const auto reading = [&](int done, int total) { return !progress || progress(done, total * 3); };
+    const auto writing = [&](int done, int total) {
+        const qint64 n = rules.size(); // merging writes fewer than were read
+        return !progress || progress(int(n + done * n / qMax(total / 2, 1)), int(n * 3));
+    };
     // One read transaction: the rules and the history agree with each other.
     if (failed(transact(false, [&] {
-            rules = store::readAllRules(d->db);
+            rules = store::readAllRules(d->db, reading);
             versions = store::readVersions(d->db);
         })))
         return std::nullopt;
     std::optional<StoreCopyCounts> out;
     target.transact(true, [&] {
-        const store::CopyResult r = store::copyInto(target.d->db, rules, versions, merge);
+        const store::CopyResult r = store::copyInto(target.d->db, rules, versions, merge, writing);
         out = StoreCopyCounts{r.rules, r.versions, r.checked, r.skipped};
     });
     return out;

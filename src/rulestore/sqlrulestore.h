@@ -13,6 +13,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -26,6 +27,9 @@ struct StoreCopyCounts
     int checked = 0;     // rules read back from the target and found equal
     QStringList skipped; // rules left out because the target had one of that name (merging)
 };
+
+// Called with how many steps of a long transfer are done; answering false stops it.
+using TransferProgress = std::function<bool(int done, int total)>;
 
 // A store belongs to the thread that opened it, like the database connection under it. Several
 // stores, in one process or in many, may share one database; keys, constraints and reservations
@@ -76,12 +80,15 @@ public:
 
     // Every rule of both categories, NAQC rules first, each category ordered by name the same way
     // on every database; nothing when the store cannot be read.
-    std::optional<QList<RuleSnapshot>> allRules();
+    // `progress`, when given, is called before each rule read; answering false stops the reading.
+    std::optional<QList<RuleSnapshot>> allRules(const TransferProgress &progress = {});
     // Copies every rule and every history version into `target`, in one transaction there. A
     // target that holds rules is refused unless `merge`, which leaves out the rules whose names
     // it holds and gives a free id to those whose ids it holds. Each rule written is read back
-    // and compared. Nothing on failure; target.lastError() or lastError() says why.
-    std::optional<StoreCopyCounts> copyTo(SqlRuleStore &target, bool merge);
+    // and compared. Nothing on failure; target.lastError() or lastError() says why. `progress`
+    // sees every rule three times (read, written, read back); answering false rolls the target
+    // back.
+    std::optional<StoreCopyCounts> copyTo(SqlRuleStore &target, bool merge, const TransferProgress &progress = {});
 
     // The whole rule stored under `ruleId` (isEmpty() when nothing is); nothing when it cannot
     // be read, and lastError() says why.

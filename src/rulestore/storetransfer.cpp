@@ -27,9 +27,15 @@ RuleSnapshot comparable(RuleSnapshot rule, const QSet<Key> &copied)
     return rule;
 }
 
+void stepOrStop(const StepCheck &step, int done, int total)
+{
+    if (step && !step(done, total))
+        refuse(status::Fail, QStringLiteral("stopped before the end; nothing was changed"));
+}
+
 } // namespace
 
-QList<RuleSnapshot> readAllRules(StoreDb &db)
+QList<RuleSnapshot> readAllRules(StoreDb &db, const StepCheck &step)
 {
     QList<std::pair<qint16, int>> keys;
     {
@@ -40,8 +46,10 @@ QList<RuleSnapshot> readAllRules(StoreDb &db)
     }
     QList<RuleSnapshot> rules;
     rules.reserve(keys.size());
-    for (const auto &[cat, id] : keys)
+    for (const auto &[cat, id] : keys) {
+        stepOrStop(step, int(rules.size()), int(keys.size()));
         rules.append(readRule(db, cat, id));
+    }
     std::sort(rules.begin(), rules.end(), [](const RuleSnapshot &a, const RuleSnapshot &b) {
         if (a.category != b.category)
             return a.category < b.category;
@@ -72,7 +80,7 @@ QList<StoredVersion> readVersions(StoreDb &db)
 }
 
 CopyResult copyInto(StoreDb &db, const QList<RuleSnapshot> &rules, const QList<StoredVersion> &versions,
-                    bool merge)
+                    bool merge, const StepCheck &step)
 {
     if (!merge && db.exists("SELECT 1 FROM rules", {}))
         refuse(status::Fail, QStringLiteral("the target holds rules already; nothing was copied (merge to add to them)"));
@@ -90,7 +98,9 @@ CopyResult copyInto(StoreDb &db, const QList<RuleSnapshot> &rules, const QList<S
     }
     // Links are written with the second rule of each pair, once both exist; links to rules that
     // stay behind (merge) are not made.
+    const int steps = int(written.size()) * 2;
     for (const auto &[rule, id] : written) {
+        stepOrStop(step, result.rules, steps);
         writeRule(db, comparable(*rule, copied), {id, rule->name});
         ++result.rules;
     }
@@ -107,6 +117,7 @@ CopyResult copyInto(StoreDb &db, const QList<RuleSnapshot> &rules, const QList<S
         ++result.versions;
     }
     for (const auto &[rule, id] : written) {
+        stepOrStop(step, result.rules + result.checked, steps);
         if (comparable(readRule(db, rule->category, id), copied) != comparable(*rule, copied))
             refuse(status::Fail, QStringLiteral("the rule \"%1\" reads back differently from the target; "
                                                 "nothing was copied").arg(rule->name));

@@ -1,13 +1,20 @@
 #include "console/rulefile.h"
 #include "console/ruleimport.h"
 #include "console/sampledata.h"
+#include "console/transferactions.h"
 #include "dataservice/calls.h"
 #include "consoleprocess.h"
+#include "dialogdriver.h"
 #include "storefixture.h"
 
 #include <QProcess>
+#include <QProgressDialog>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <csignal>
 
 using namespace qarvo;
 using namespace qarvo::console;
@@ -60,6 +67,28 @@ void deleteAll(SqlRuleStore &store)
         QVERIFY2(!failed(r.category == category::WMI ? calls::DelWMIRule(&store, ruleIdText(r.id), 1)
                                                      : calls::DelRQCRule(&store, ruleIdText(r.id), 1)),
                  qPrintable(store.lastError()));
+}
+
+// A SQLite store of `count` one-condition WMI rules, written by two statements: storing them one
+// call at a time would take longer than the test.
+void writeManyRules(const QString &path, int count)
+{
+    QVERIFY(SqlRuleStore().open(path));
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("many"));
+        db.setDatabaseName(path);
+        QVERIFY(db.open());
+        const QString numbers = QStringLiteral("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+                                               "WHERE i < %1) ").arg(count);
+        QSqlQuery q(db);
+        QVERIFY(q.exec(numbers + "INSERT INTO rules (category, rule_id, rule_name, rule_comment, rule_wql, "
+                       "service_name, script_selection) SELECT 6, i, 'Rule ' || i, '', 0, '', '' FROM n"));
+        QVERIFY(q.exec(numbers + "INSERT INTO wmi_conditions (rule_id, cond_index, conjunction, cond_class, "
+                       "cond_field, cond_value, cond_operator, operator_code, cond_namespace, cond_type, type_code)"
+                       " SELECT i, 0, 0, 'Win32_OperatingSystem', 'BuildNumber', '2', '>=', 5, 'root\\cimv2',"
+                       " 'uint16', 4 FROM n"));
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("many"));
 }
 
 } // namespace
@@ -192,6 +221,50 @@ private Q_SLOTS:
         std::tie(code, err) = runConsole({"--database", dir.filePath("none.sqlite"), "--export", dir.filePath("x.json")});
         QVERIFY2(code == 1 && err.contains(QLatin1String("does not exist")), qPrintable(err));
         QVERIFY(!QFile::exists(dir.filePath("none.sqlite")) && !QFile::exists(dir.filePath("x.json")));
+    }
+
+    // Stopped half-way, the export from the window and the copy on the command line (Ctrl+C to a
+    // process of its own) leave the file and the target as they were.
+    void stoppedTransfersChangeNothing()
+    {
+        QTemporaryDir dir;
+        const QString many = dir.filePath(QStringLiteral("many.sqlite"));
+        writeManyRules(many, 20000);
+        const QString fileName = dir.filePath(QStringLiteral("rules.json"));
+        QFile file(fileName);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("kept\n") == 5);
+        file.close();
+        {
+            SqlRuleStore source;
+            QVERIFY(source.open(many));
+            QWidget window;
+            window.show();
+            MessageCatcher messages;
+            whenModalShown([](QWidget *modal) {
+                if (auto *progress = qobject_cast<QProgressDialog *>(modal))
+                    progress->cancel();
+            });
+            QVERIFY(!exportRulesToFile(&window, &source, std::nullopt, fileName));
+            QVERIFY(!modalSafetyNetFired() && messages.messages.isEmpty());
+        }
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), QByteArray("kept\n"));
+
+        auto target = m_fixture.open();
+        QVERIFY(addSampleRules(*target) > 0);
+        const QStringList before = answers(target.get());
+        QProcess copy;
+        copy.start(QStringLiteral(QARVO_CONSOLE_BIN),
+                   {"--database", many, "--copy-to", m_fixture.location(), "--merge", "--progress"});
+        QByteArray err;
+        QTRY_VERIFY_WITH_TIMEOUT((err += copy.readAllStandardError()).contains("Copying rules: "), 30000);
+        ::kill(pid_t(copy.processId()), SIGINT);
+        QVERIFY(copy.waitForFinished(60000));
+        err += copy.readAllStandardError();
+        QVERIFY2(copy.exitStatus() == QProcess::NormalExit && copy.exitCode() == 130, err.constData());
+        QVERIFY2(err.trimmed().split('\n').last().startsWith("qarvo-console: interrupted; nothing was copied to "),
+                 err.constData());
+        QCOMPARE(answers(target.get()), before);
     }
 
 private:
