@@ -27,6 +27,7 @@
 #include <QDialogButtonBox>
 #include <QLabel>
 #include <QFileDialog>
+#include <QFocusFrame>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMessageBox>
@@ -532,6 +533,24 @@ private Q_SLOTS:
             walk(d);
         QVERIFY2(unnamed.isEmpty(), qPrintable(unnamed.join(QStringLiteral(", "))));
         QVERIFY2(jumps.isEmpty(), qPrintable(jumps.join(QStringLiteral("\n"))));
+    }
+
+    // Once the control is up, edits and buttons alike carry the ring when the keyboard reaches them.
+    void keyboardFocusIsRinged()
+    {
+        auto w = window(category::WMI);
+        CWQLDlg wql;
+        wql.show();
+        wql.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&wql));
+        for (const char *name : {"namespaceEdit", "okButton"}) {
+            auto *target = child<QWidget>(&wql, name);
+            target->setFocus(Qt::TabFocusReason);
+            auto *ring = wql.findChild<QFocusFrame *>(QStringLiteral("keyboardFocusRing"));
+            QVERIFY(ring);
+            QTRY_COMPARE(ring->widget(), target);
+            QVERIFY(ring->isVisible());
+        }
     }
 
     // The window opens inside small screens at any scale, keeps its own size on a large one, and
