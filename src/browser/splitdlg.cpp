@@ -99,8 +99,9 @@ CSplitDlg::CSplitDlg(QWidget *parent) : QWidget(parent)
     m_paneUp = new CPaneUP(m_paneDown);
     m_splitter->setPanes(m_paneUp, m_paneDown);
 
-    setTabOrder(m_paneUp->ruleList(), m_paneUp->description());
-    setTabOrder(m_paneUp->description(), m_paneDown->detailList());
+    // Top to bottom as they are seen: the description above the rule list, the details below.
+    setTabOrder(m_paneUp->description(), m_paneUp->ruleList());
+    setTabOrder(m_paneUp->ruleList(), m_paneDown->detailList());
 }
 
 } // namespace qarvo

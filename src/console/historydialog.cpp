@@ -136,6 +136,8 @@ HistoryDialog::HistoryDialog(SqlRuleStore *store, QWidget *parent) : QDialog(par
     layout->addWidget(filter);
     layout->addWidget(splitter, 1);
     layout->addWidget(buttons);
+    // Close was made first but sits to the right of the other two.
+    setTabOrder(m_purge, buttons->button(QDialogButtonBox::Close));
 
     reload();
     resize(820, 560);

@@ -6,6 +6,7 @@
 #include "control/modulestate.h"
 #include "control/sheets.h"
 #include "dataservice/calls.h"
+#include "resources/focusring.h"
 #include "resources/screenfit.h"
 
 #include <QResizeEvent>
@@ -15,8 +16,10 @@ using namespace qarvo;
 CqarvoCtrl::CqarvoCtrl(QWidget *parent) : QWidget(parent)
 {
     qRegisterMetaType<qarvo::DataService *>();
-    // Every sheet and editor the control opens has to fit the host's screen, whatever its size.
+    // Every sheet and editor the control opens has to fit the host's screen, whatever its size,
+    // and show where the keyboard is.
     qarvo::ui::fitWindowsToScreen();
+    qarvo::ui::showKeyboardFocus();
     m_splitDlg = new CSplitDlg(this);
     applyGeometry();
 }

@@ -123,10 +123,10 @@ private Q_SLOTS:
     {
         Browser b;
         b.host->activateWindow();
-        b.list()->setFocus();
-        QTRY_VERIFY(b.list()->hasFocus());
+        b.up()->description()->setFocus();
+        QTRY_VERIFY(b.up()->description()->hasFocus());
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-        QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget *>(b.up()->description()));
+        QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget *>(b.list()));
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
         QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget *>(b.details()));
     }

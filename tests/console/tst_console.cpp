@@ -27,6 +27,7 @@
 #include <QDialogButtonBox>
 #include <QLabel>
 #include <QFileDialog>
+#include <QFocusFrame>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMessageBox>
@@ -39,7 +40,9 @@
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStatusBar>
+#include <QTabWidget>
 #include <QTreeWidget>
+#include <QWizard>
 #include <QtTest>
 
 using namespace qarvo;
@@ -116,6 +119,46 @@ QStringList unnamedControls(QWidget *window)
             unnamed << window->objectName() + '/' + w->objectName() + '/' + w->metaObject()->className();
     }
     return unnamed;
+}
+
+// Where Tab goes back against the reading order of `window`: rows top to bottom, left to right
+// within a row. A dialog's button row may follow the page wherever it sits, but only at the end.
+// Disabled controls count: they take their place in the order once enabled.
+QStringList tabOrderJumps(QWidget *window)
+{
+    window->show();
+    QList<QWidget *> stops;
+    for (QWidget *w = window->nextInFocusChain(); w && w != window; w = w->nextInFocusChain()) {
+        if (w->isVisible() && (w->focusPolicy() & Qt::TabFocus) && w->window() == window)
+            stops << w;
+    }
+    auto *wizard = qobject_cast<QWizard *>(window);
+    const auto inButtonRow = [wizard](QWidget *w) {
+        if (qobject_cast<QDialogButtonBox *>(w->parentWidget()))
+            return true;
+        for (int b = QWizard::BackButton; wizard && b <= QWizard::CustomButton3; ++b) {
+            if (wizard->button(QWizard::WizardButton(b)) == w)
+                return true;
+        }
+        return false;
+    };
+    const auto at = [window](QWidget *w) { return w->mapTo(window, QPoint(0, 0)); };
+    const auto before = [&](QWidget *a, QWidget *b) {
+        const QPoint pa = at(a), pb = at(b);
+        return qAbs(pa.y() - pb.y()) <= 4 ? pa.x() < pb.x() : pa.y() < pb.y();
+    };
+    // The chain is a ring: it starts at the first control a reader meets.
+    const auto first = std::min_element(stops.begin(), stops.end(), [&](QWidget *a, QWidget *b) {
+        return inButtonRow(a) != inButtonRow(b) ? inButtonRow(b) : before(a, b);
+    });
+    std::rotate(stops.begin(), first, stops.end());
+    QStringList jumps;
+    for (int i = 1; i < stops.size(); ++i) {
+        QWidget *from = stops[i - 1], *to = stops[i];
+        if ((inButtonRow(from) && !inButtonRow(to)) || (inButtonRow(from) == inButtonRow(to) && before(to, from)))
+            jumps << QStringLiteral("%1: %2 -> %3").arg(window->objectName(), from->objectName(), to->objectName());
+    }
+    return jumps;
 }
 
 } // namespace
@@ -451,23 +494,34 @@ private Q_SLOTS:
         QVERIFY(!child(w.get(), "actionUndoDelete")->isEnabled());
     }
 
-    // Every window and dialog, every page of the sheets included, through the accessibility layer.
-    void everyControlHasAName()
+    // Every window and dialog, every page of the sheets included, through the accessibility layer
+    // and by Tab.
+    void everyControlIsNamedAndReachedInReadingOrder()
     {
+        QStringList unnamed, jumps;
+        const auto walk = [&](QWidget *window) {
+            unnamed += unnamedControls(window);
+            const auto tabs = window->findChildren<QTabWidget *>();
+            for (int i = 0; i < (tabs.isEmpty() ? 1 : tabs.first()->count()); ++i) {
+                if (!tabs.isEmpty())
+                    tabs.first()->setCurrentIndex(i);
+                jumps += tabOrderJumps(window);
+            }
+        };
         auto w = window(category::WMI);
-        QStringList unnamed = unnamedControls(w.get());
+        walk(w.get());
         w->showView(category::NAQC);
-        unnamed += unnamedControls(w.get());
+        walk(w.get());
         for (RuleKind kind : {RuleKind::WMI, RuleKind::WQL}) {
             CWMIRuleSheet wizard(nullptr, kind, SheetMode::Wizard, QStringLiteral("New"), 0);
-            unnamed += unnamedControls(wizard.window());
+            walk(wizard.window());
         }
         CWMIRuleSheet wmiProps(nullptr, RuleKind::WMI, SheetMode::Properties, QStringLiteral("Properties"), 101);
-        unnamed += unnamedControls(wmiProps.window());
+        walk(wmiProps.window());
         CRQCRuleSheet naqcWizard(nullptr, CRQCRuleSheet::Wizard);
-        unnamed += unnamedControls(naqcWizard.dialog());
+        walk(naqcWizard.dialog());
         CRQCRuleSheet naqcProps(nullptr, 1, 1);
-        unnamed += unnamedControls(naqcProps.dialog());
+        walk(naqcProps.dialog());
         CWMIDlg wmi;
         CWQLDlg wql;
         CArrayDlg array;
@@ -475,11 +529,28 @@ private Q_SLOTS:
         HistoryDialog history(m_store.get());
         RuleCheckDialog check(RuleCheck{});
         UsageDialog usage(m_store.get());
-        for (QDialog *d : std::initializer_list<QDialog *>{&wmi, &wql, &array, &arrayInput, &history, &check, &usage}) {
-            d->show();
-            unnamed += unnamedControls(d);
-        }
+        for (QDialog *d : std::initializer_list<QDialog *>{&wmi, &wql, &array, &arrayInput, &history, &check, &usage})
+            walk(d);
         QVERIFY2(unnamed.isEmpty(), qPrintable(unnamed.join(QStringLiteral(", "))));
+        QVERIFY2(jumps.isEmpty(), qPrintable(jumps.join(QStringLiteral("\n"))));
+    }
+
+    // Once the control is up, edits and buttons alike carry the ring when the keyboard reaches them.
+    void keyboardFocusIsRinged()
+    {
+        auto w = window(category::WMI);
+        CWQLDlg wql;
+        wql.show();
+        wql.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&wql));
+        for (const char *name : {"namespaceEdit", "okButton"}) {
+            auto *target = child<QWidget>(&wql, name);
+            target->setFocus(Qt::TabFocusReason);
+            auto *ring = wql.findChild<QFocusFrame *>(QStringLiteral("keyboardFocusRing"));
+            QVERIFY(ring);
+            QTRY_COMPARE(ring->widget(), target);
+            QVERIFY(ring->isVisible());
+        }
     }
 
     // The window opens inside small screens at any scale, keeps its own size on a large one, and
