@@ -68,6 +68,7 @@ void TestCmsProfile::lookupRules_data()
     QTest::newRow("lone CR line ends") << "C" << "x" << "1";
     QTest::newRow("non-ASCII names fold") << "ÉTÉ" << "CLÉ" << "v";
     QTest::newRow("NUL ends a value") << "C" << "nul" << "ab";
+    QTest::newRow("blanks only") << "C" << "blank" << "";
     QTest::newRow("key not asked for") << "Connection Manager" << "Unasked" << "";
     QTest::newRow("section not asked for") << "Skipped" << "k" << "";
 }
@@ -82,7 +83,7 @@ void TestCmsProfile::lookupRules()
     asked.add(u"", {"Orphan"});
     asked.add(u"Missing", {"ServiceName"});
     asked.add(u"a", {"K", "[b", "other"});
-    asked.add(u"C", {"x", "nul"});
+    asked.add(u"C", {"x", "nul", "blank"});
     asked.add(u"ÉTÉ", {"CLÉ"});
     const IniFile ini = IniFile::fromBytes(QByteArray("; comment\r\nOrphan=before any section\r\n"
                                                       "[Connection Manager]\r\n"
@@ -91,7 +92,7 @@ void TestCmsProfile::lookupRules()
                                                       "Inner=a \"b\" c\r\nPair=\"\"\r\n"
                                                       "Semi=a ; not a comment\r\nUnasked=x\r\n"
                                                       "[A]\nk=first\n[B\nbare\n[Skipped]\nk=v\n[ a ]\nk=second\n"
-                                                      "other=x\n[C]\rx=1\r=no key\nnul=ab~cd\n[été]\nclé=v\n")
+                                                      "other=x\n[C]\rx=1\r=no key\nnul=ab~cd\n \t \nblank= \t\n[été]\nclé=v\n")
                                                .replace('~', '\0'),
                                            asked);
     QCOMPARE(ini.sectionCount(), 4);
