@@ -431,6 +431,8 @@ private Q_SLOTS:
             WMIRuleRow row = wmiRow(2, QStringLiteral("New"), 0);
             row.value = t;
             QCOMPARE(calls::AddWMIRule(store.get(), row), status::InvalidArgument);
+            QVERIFY2(store->lastError().startsWith(QLatin1String("AddWMIRule: argument 9 holds")),
+                     qPrintable(store->lastError()));
             QCOMPARE(calls::CanUseExRuleName(store.get(), QStringLiteral("Kept") + t, category::WMI).status,
                      status::InvalidArgument);
             QCOMPARE(calls::RulesUsedExRule(store.get(), t, category::WMI).status, status::InvalidArgument);
