@@ -105,7 +105,7 @@ const char TopMof[] =
 const char BaseMof[] = "Qualifier Custom : string = null, Scope(property);\n"
                        "   [Abstract, Description ( \"The base.\" )]\n"
                        "class Test_Base {\n"
-                       "      [Key, Description ( \"Name of it.\" ), MaxLen ( 256 )]\n"
+                       "      [Key, Description ( \"Name\\r\\nof it.\" ), MaxLen ( 256 )]\n"
                        "   string Name;\n"
                        "      [Custom ( \"y\" ), Description ( \"\\\\Starts with a backslash\" )]\n"
                        "   boolean Enabled;\n"
@@ -159,7 +159,7 @@ private Q_SLOTS:
             {"Codes[]", "sint32", "", "", ""},
             {"Enabled", "boolean", "\\Starts with a backslash", "", ""},
             {"Fixed[]", "uint32", "", "", ""},
-            {"Name", "string", "Name of it.", "", ""},
+            {"Name", "string", "Name\r\nof it.", "", ""},
             {"Owner", "Test_Base Ref", "", "", ""},
             {"Power", "uint8", "", R"(ValueMap{"0", "1"})", "", R"(Values{"Off", "On"})"},
             {"Settings", "string", "", "", ""},
