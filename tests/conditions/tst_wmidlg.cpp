@@ -8,6 +8,7 @@
 #include "resources/images.h"
 
 #include <QHeaderView>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -140,6 +141,14 @@ private Q_SLOTS:
         QVERIFY(!child<QComboBox>(&dlg, "conditionCombo")->isEnabled());
         QVERIFY(child<QLineEdit>(&dlg, "valueEdit")->isReadOnly());
         maybeScreenshot(&dlg, "wmidlg-open");
+        // Each label stands on its control's row, to its left.
+        for (QLabel *label : dlg.findChildren<QLabel *>()) {
+            const QWidget *buddy = label->buddy();
+            if (buddy && buddy->isVisible())
+                QVERIFY2(label->geometry().right() < buddy->geometry().left()
+                             && qAbs(label->geometry().center().y() - buddy->geometry().center().y()) < buddy->height(),
+                         qPrintable(label->text()));
+        }
 
         auto *nameSpace = child<QLineEdit>(&dlg, "namespaceEdit");
         selectClass(&dlg, "Services");
