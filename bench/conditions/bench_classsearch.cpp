@@ -15,7 +15,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <map>
+#include "ratio.h"
 #include <string>
 
 namespace {
@@ -118,22 +118,6 @@ void BM_ClassSearch(benchmark::State &state)
 }
 BENCHMARK(BM_ClassSearch)->Unit(benchmark::kMillisecond);
 
-// Keeps the CPU time of every benchmark (the median when it is repeated) for the ratio.
-class Times : public benchmark::ConsoleReporter
-{
-public:
-    std::map<std::string, double> cpu;
-
-    void ReportRuns(const std::vector<Run> &runs) override
-    {
-        for (const Run &run : runs) {
-            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-            if (!run.error_occurred && (median || run.run_type == Run::RT_Iteration))
-                cpu[run.run_name.function_name] = run.GetAdjustedCPUTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
 
 } // namespace
 
@@ -142,13 +126,8 @@ int main(int argc, char **argv)
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    Times times;
-    benchmark::RunSpecifiedBenchmarks(&times);
-    benchmark::Shutdown();
-    const double search = times.cpu["BM_ClassSearch"];
-    const double scan = times.cpu["BM_SubstringScan"];
-    if (search > 0 && scan > 0)
-        std::printf("ratio catalogue_search_5000 %.2f aim %.0f\n", search / scan, Aim);
+    qarvo::bench::RatioReporter r;
+    qarvo::bench::runAll(argc, argv, r);
+    qarvo::bench::printRatio("catalogue_search_5000", r.cpu("BM_ClassSearch"), r.cpu("BM_SubstringScan"), Aim);
     return 0;
 }

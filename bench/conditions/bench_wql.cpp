@@ -11,7 +11,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <map>
+#include "ratio.h"
 #include <string>
 
 namespace {
@@ -64,36 +64,20 @@ void BM_CheckQuery1023(benchmark::State &state)
 }
 BENCHMARK(BM_CheckQuery1023);
 
-class Times : public benchmark::ConsoleReporter
-{
-public:
-    std::map<std::string, double> ns; // CPU time per iteration
-
-    void ReportRuns(const std::vector<Run> &runs) override
-    {
-        for (const Run &run : runs) {
-            if (!run.error_occurred && run.run_type == Run::RT_Iteration)
-                ns[run.run_name.function_name] = run.GetAdjustedCPUTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-};
 
 } // namespace
 
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    Times times;
-    benchmark::RunSpecifiedBenchmarks(&times);
-    benchmark::Shutdown();
-    const double check = times.ns["BM_CheckQuery1023"];
-    const double bare = times.ns["BM_BarePass"];
+    qarvo::bench::RatioReporter r;
+    qarvo::bench::runAll(argc, argv, r);
+    const double check = r.cpu("BM_CheckQuery1023");
+    const double bare = r.cpu("BM_BarePass");
     if (check <= 0 || bare <= 0)
         return 1;
-    std::printf("\nwql check of 1023 characters: %.1f us per check (bare pass %.2f us)\n", check / 1000,
+    std::printf("wql check of 1023 characters: %.1f us per check (bare pass %.2f us)\n", check / 1000,
                 bare / 1000);
-    std::printf("ratio wql_check_1023 %.1f aim %d\n", check / bare, 1000);
+    qarvo::bench::printRatio("wql_check_1023", check, bare, 1000);
     return 0;
 }
