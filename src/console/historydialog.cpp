@@ -1,6 +1,7 @@
 #include "console/historydialog.h"
 
 #include "console/historytext.h"
+#include "console/question.h"
 #include "dataservice/calls.h"
 #include "resources/ui.h"
 #include "rulestore/sqlrulestore.h"
@@ -199,19 +200,16 @@ void HistoryDialog::restoreSelected()
     RestoreId idChoice = RestoreId::OldOnly;
     RestoreResult r = m_store->restoreVersion(version, idChoice);
     if (r.outcome == O::IdHeld) {
-        QMessageBox box(QMessageBox::Question, QString::fromLatin1(Caption),
-                        QStringLiteral("%1\n\nReplace it with this version? What the id holds now is kept in the "
-                                       "history. Or restore this version as a new rule with an id of its own.")
-                            .arg(r.message),
-                        QMessageBox::Cancel, this);
-        box.setObjectName(QStringLiteral("replaceQuestion"));
-        QPushButton *replace = box.addButton(QStringLiteral("&Replace"), QMessageBox::AcceptRole);
-        QPushButton *asNew = box.addButton(QStringLiteral("Restore as &New Rule"), QMessageBox::ActionRole);
-        box.setDefaultButton(asNew);
-        box.exec();
-        if (box.clickedButton() != replace && box.clickedButton() != asNew)
+        const int answer = askOneOfTwo(
+            this, QString::fromLatin1(Caption),
+            QStringLiteral("%1\n\nReplace it with this version? What the id holds now is kept in the history. "
+                           "Or restore this version as a new rule with an id of its own.")
+                .arg(r.message),
+            QStringLiteral("replaceQuestion"), {QStringLiteral("&Replace")},
+            {QStringLiteral("Restore as &New Rule"), QMessageBox::ActionRole}, 1);
+        if (answer < 0)
             return;
-        idChoice = box.clickedButton() == replace ? RestoreId::ReplaceHolder : RestoreId::NewIfHeld;
+        idChoice = answer == 0 ? RestoreId::ReplaceHolder : RestoreId::NewIfHeld;
         r = m_store->restoreVersion(version, idChoice);
     }
     while (r.outcome == O::NameTaken) {

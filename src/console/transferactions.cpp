@@ -3,6 +3,7 @@
 #include "browser/paneup.h"
 #include "browser/rulelistmodel.h"
 #include "console/rulefile.h"
+#include "console/question.h"
 #include "console/ruleimport.h"
 #include "control/qarvoctrl.h"
 #include "dataservice/methods.h"
@@ -134,20 +135,16 @@ bool importRulesInteractively(QWidget *parent, SqlRuleStore *store)
     }
     bool replace = false;
     if (!taken->isEmpty()) {
-        QMessageBox box(QMessageBox::Question, QString::fromLatin1(Caption),
-                        QStringLiteral("The store holds rules of these names already:\n\n%1\n\nKeep the "
-                                       "stored rules, or replace them with the file's? Replaced rules stay in "
-                                       "the rule history.")
-                            .arg(taken->join(QLatin1Char('\n'))),
-                        QMessageBox::Cancel, parent);
-        box.setObjectName(QStringLiteral("importConflictBox"));
-        QPushButton *keep = box.addButton(QStringLiteral("&Keep Them"), QMessageBox::AcceptRole);
-        QPushButton *replaceButton = box.addButton(QStringLiteral("&Replace Them"), QMessageBox::DestructiveRole);
-        box.setDefaultButton(keep);
-        box.exec();
-        if (box.clickedButton() != keep && box.clickedButton() != replaceButton)
+        const int answer = askOneOfTwo(
+            parent, QString::fromLatin1(Caption),
+            QStringLiteral("The store holds rules of these names already:\n\n%1\n\nKeep the stored rules, or "
+                           "replace them with the file's? Replaced rules stay in the rule history.")
+                .arg(taken->join(QLatin1Char('\n'))),
+            QStringLiteral("importConflictBox"), {QStringLiteral("&Keep Them")},
+            {QStringLiteral("&Replace Them"), QMessageBox::DestructiveRole}, 0);
+        if (answer < 0)
             return false;
-        replace = box.clickedButton() == replaceButton;
+        replace = answer == 1;
     }
 
     // Shown only when the import takes longer than a moment.
