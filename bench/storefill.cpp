@@ -2,6 +2,7 @@
 
 #include "dataservice/calls.h"
 #include "rulestore/sqlrulestore.h"
+#include "rulestore/storelisting.h"
 
 #include <QSqlDatabase>
 #include <QSqlError>
@@ -112,8 +113,9 @@ std::unique_ptr<SqlRuleStore> filledStore(const QString &location, int rules)
 int listWithSqlite(sqlite3 *db)
 {
     sqlite3_stmt *statement = nullptr;
-    if (sqlite3_prepare_v2(db, ListQuery, -1, &statement, nullptr) != SQLITE_OK)
+    if (sqlite3_prepare_v2(db, store::ListQuery, -1, &statement, nullptr) != SQLITE_OK)
         return -1;
+    sqlite3_bind_int(statement, 1, category::WMI);
     int rows = 0;
     while (sqlite3_step(statement) == SQLITE_ROW) {
         benchmark::DoNotOptimize(sqlite3_column_int(statement, 0));

@@ -23,12 +23,8 @@ QString scratchPath(const QString &name);
 // already holds rules. Null when the store cannot be opened or filled (the reason is printed).
 std::unique_ptr<SqlRuleStore> filledStore(const QString &location, int rules);
 
-// The store's own query for the WMI rule list.
-inline constexpr const char *ListQuery =
-    "SELECT rule_id, rule_name, rule_comment, rule_wql FROM rules WHERE category = 6";
-
-// Steps ListQuery on `db` through the sqlite3 C API, reading every column of every row. The
-// number of rows, or -1 when the query cannot be run.
+// Steps the store's own query for the WMI rule list on `db` through the sqlite3 C API, reading
+// every column of every row. The number of rows, or -1 when the query cannot be run.
 int listWithSqlite(sqlite3 *db);
 
 // Drops the PostgreSQL schema a benchmark worked in.

@@ -2,7 +2,6 @@
 # Installs what building and testing qarvo needs on Debian 12, and nothing that is already there.
 # Every name is a real package (not one that another package merely provides), so that a machine
 # with everything installed is recognised as such and apt-get is never run on it.
-#   QARVO_WITH_BENCH=1     adds the sqlite3 and libpq headers the store benchmarks compare with
 #   QARVO_WITH_FUZZ=1      adds clang for the libFuzzer targets
 #   QARVO_WITH_PACKAGES=1  adds what `cpack -G DEB` needs
 set -euo pipefail
@@ -10,15 +9,12 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ pkg-config
   qt6-base-dev qt6-base-dev-tools qt6-svg-dev libqt6sql6-sqlite libqt6sql6-psql libgl-dev
+  libsqlite3-dev libpq-dev
   libbenchmark-dev
   python3 python3-jsonschema
   postgresql
   fonts-dejavu-core
 )
-# The store benchmarks measure against the databases' own client libraries.
-if [ "${QARVO_WITH_BENCH:-0}" = 1 ]; then
-  packages+=(libsqlite3-dev libpq-dev)
-fi
 if [ "${QARVO_WITH_FUZZ:-0}" = 1 ]; then
   packages+=(clang-14 libclang-rt-14-dev)
 fi

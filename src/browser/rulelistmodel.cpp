@@ -22,9 +22,36 @@ RuleListModel::Text RuleListModel::Rows::text(const QString &text)
         m_long.append(text);
         return {m_long.size() - 1, -1};
     }
-    const Text stored{qsizetype(m_chars.size()), text.size()};
-    m_chars.append(reinterpret_cast<const char16_t *>(text.constData()), size_t(text.size()));
-    return stored;
+    return {m_chars.add(text), text.size()};
+}
+
+qsizetype RuleListModel::Chars::add(QStringView text)
+{
+    const qsizetype n = text.size();
+    if (m_next % BlockChars + n > BlockChars)
+        m_next += BlockChars - m_next % BlockChars;
+    const auto block = size_t(m_next / BlockChars);
+    if (n > 0 && block == m_blocks.size())
+        m_blocks.emplace_back(new char16_t[size_t(BlockChars)]);
+    const qsizetype at = m_next;
+    if (n > 0)
+        std::copy(text.utf16(), text.utf16() + n, m_blocks[block].get() + at % BlockChars);
+    m_next += n;
+    return at;
+}
+
+qsizetype RuleListModel::Chars::append(Chars &&other)
+{
+    // Blocks kept from an earlier load but not written this time go; the others follow ours.
+    m_blocks.resize(size_t((m_next + BlockChars - 1) / BlockChars));
+    const qsizetype shift = qsizetype(m_blocks.size()) * BlockChars;
+    const auto used = size_t((other.m_next + BlockChars - 1) / BlockChars);
+    for (size_t i = 0; i < used; ++i)
+        m_blocks.push_back(std::move(other.m_blocks[i]));
+    m_next = shift + other.m_next;
+    other.m_blocks.clear();
+    other.m_next = 0;
+    return shift;
 }
 
 void RuleListModel::clearRows()
@@ -45,7 +72,7 @@ RuleListModel::Rows RuleListModel::takeRowStorage()
     Rows storage;
     if (m_rows.empty()) {
         storage.m_rows.swap(m_rows);
-        storage.m_chars.swap(m_chars);
+        std::swap(storage.m_chars, m_chars);
         storage.m_chars.clear();
         m_long.clear();
     }
@@ -63,9 +90,8 @@ void RuleListModel::appendRows(Rows rows)
         m_chars = std::move(rows.m_chars);
         m_long = std::move(rows.m_long);
     } else {
-        const auto shift = qsizetype(m_chars.size());
+        const qsizetype shift = m_chars.append(std::move(rows.m_chars));
         const qsizetype longShift = m_long.size();
-        m_chars += rows.m_chars;
         m_long += rows.m_long;
         for (Row &row : rows.m_rows) {
             for (Text &text : row.cells)
@@ -90,7 +116,7 @@ QStringView RuleListModel::cell(const Row &row, int column) const
     const Text text = row.cells[size_t(column)];
     if (text.size < 0)
         return m_long.at(text.at);
-    return QStringView(m_chars.data() + text.at, text.size);
+    return m_chars.view(text.at, text.size);
 }
 
 QString RuleListModel::cellText(int row, int column) const

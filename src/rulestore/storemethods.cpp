@@ -5,6 +5,7 @@
 #include "rulestore/storedb.h"
 #include "rulestore/storeerror.h"
 #include "rulestore/storehistory.h"
+#include "rulestore/storelisting.h"
 #include "rulestore/storereservations.h"
 #include "rulestore/storerules.h"
 
@@ -17,16 +18,6 @@ namespace qarvo::store {
 namespace {
 
 using K = ArgKind;
-
-// Names sort the way an administrator reads a list: letters before case, then exact text.
-bool nameLess(const QString &a, int idA, const QString &b, int idB)
-{
-    if (const int c = a.compare(b, Qt::CaseInsensitive))
-        return c < 0;
-    if (const int c = a.compare(b))
-        return c < 0;
-    return idA < idB;
-}
 
 Reply rows(std::unique_ptr<MemoryRowSet> set)
 {
@@ -65,68 +56,9 @@ Reply yesNo(bool taken)
     return r;
 }
 
-struct ListedRule
-{
-    int id;
-    QString name;
-    QString comment;
-    int wql;
-    // The name in lower case when it is all ASCII, where that orders exactly as nameLess() does;
-    // empty otherwise. A list of many rules is sorted in a fraction of the time that comparing
-    // without regard to case, character by character, takes.
-    QByteArray asciiKey;
-};
-
-QByteArray asciiSortKey(const QString &name)
-{
-    QByteArray key(name.size(), Qt::Uninitialized);
-    for (qsizetype i = 0; i < name.size(); ++i) {
-        const char16_t c = name[i].unicode();
-        if (c >= 0x80)
-            return {};
-        key[i] = char(c >= u'A' && c <= u'Z' ? c + (u'a' - u'A') : c);
-    }
-    return key;
-}
-
-bool listedLess(const ListedRule &a, const ListedRule &b)
-{
-    if (a.asciiKey.isEmpty() || b.asciiKey.isEmpty())
-        return nameLess(a.name, a.id, b.name, b.id);
-    if (const int c = a.asciiKey.compare(b.asciiKey))
-        return c < 0;
-    if (const int c = a.name.compare(b.name))
-        return c < 0;
-    return a.id < b.id;
-}
-
-QList<ListedRule> listRules(StoreDb &db, qint16 category)
-{
-    QSqlQuery q = db.exec("SELECT rule_id, rule_name, rule_comment, rule_wql FROM rules WHERE category = ?",
-                          {int(category)});
-    std::vector<ListedRule> rules;
-    while (q.next()) {
-        QString name = q.value(1).toString();
-        QByteArray key = asciiSortKey(name);
-        rules.push_back({q.value(0).toInt(), std::move(name), q.value(2).toString(), q.value(3).toInt(),
-                         std::move(key)});
-    }
-    q.finish();
-    // The rules stay where they are; only pointers to them move while sorting.
-    std::vector<ListedRule *> order;
-    order.reserve(rules.size());
-    for (ListedRule &r : rules)
-        order.push_back(&r);
-    std::sort(order.begin(), order.end(),
-              [](const ListedRule *a, const ListedRule *b) { return listedLess(*a, *b); });
-    QList<ListedRule> list;
-    list.reserve(qsizetype(order.size()));
-    for (ListedRule *r : order)
-        list.append(std::move(*r));
-    return list;
-}
-
 } // namespace
+
+Methods::Methods(StoreDb &db) : m_db(db), m_listingSpare(std::make_shared<ListingSpare>()) {}
 
 const Methods::Entry *Methods::find(const QString &name)
 {
@@ -160,18 +92,16 @@ const Methods::Entry *Methods::find(const QString &name)
 
 Reply Methods::getWMIRules(const ArgList &)
 {
-    auto set = rowSet({"rule_wql", "rule_name", "rule_comment", "rule_id"});
-    for (const ListedRule &r : listRules(m_db, category::WMI))
-        set->appendRow({r.wql, r.name, r.comment, ruleIdText(r.id)});
-    return rows(std::move(set));
+    Reply r;
+    r.rows = listRules(m_db, category::WMI, m_listingSpare);
+    return r;
 }
 
 Reply Methods::getRQCRule(const ArgList &)
 {
-    auto set = rowSet({"rule_name", "rule_comment", "rule_id"});
-    for (const ListedRule &r : listRules(m_db, category::NAQC))
-        set->appendRow({r.name, r.comment, ruleIdText(r.id)});
-    return rows(std::move(set));
+    Reply r;
+    r.rows = listRules(m_db, category::NAQC, m_listingSpare);
+    return r;
 }
 
 Reply Methods::getWMIRuleInfo(const ArgList &args)

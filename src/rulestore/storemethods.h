@@ -7,16 +7,18 @@
 
 #include <QList>
 
+#include <memory>
 #include <optional>
 
 namespace qarvo::store {
 
 class StoreDb;
+class ListingSpare;
 
 class Methods
 {
 public:
-    explicit Methods(StoreDb &db) : m_db(db) {}
+    explicit Methods(StoreDb &db);
 
     // Reserve: a check that reserves what it answers free for; on a read-only store it only reads.
     enum class Access { Read, Reserve, Write };
@@ -52,6 +54,7 @@ private:
     Reply deleteRule(const ArgList &args, qint16 category);
 
     StoreDb &m_db;
+    std::shared_ptr<ListingSpare> m_listingSpare;
     std::optional<qint64> m_paceSecond;
     int m_madeWmiRule = -1; // the WMI rule whose row this connection made last
 };

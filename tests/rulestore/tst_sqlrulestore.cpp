@@ -169,6 +169,50 @@ private Q_SLOTS:
                               "0|check2.cmd|Pre-Connect Actions|entry 2"}));
     }
 
+    // Enough names that share long beginnings for the list to be sorted in steps of eight
+    // characters, with the cases where lower-casing decides: '_' lies between 'Z' and 'a', a name
+    // may end inside a step, and names may differ only in case. Listed twice, so that the second
+    // list is made in the memory the first one gave back.
+    void largeListsAreSortedAsNamesAreRead()
+    {
+        QStringList stored;
+        for (int i = 0; i < 150; ++i)
+            stored << QStringLiteral("Health rule %1").arg(i) << QStringLiteral("health RULE %1_").arg(i * 7);
+        stored << "Health" << "Health r" << "HEALTH R" << "health rule 1Z" << "Health rule 1z" << "Health rule 1_"
+               << QString(40, u'x') + "B" << QString(40, u'X') + "a" << "A" << "_";
+        QStringList values;
+        for (int i = 0; i < stored.size(); ++i)
+            values << QStringLiteral("(6, %1, '%2', 'c%1', %3, '', '')").arg(i + 1).arg(stored[i]).arg(i % 2);
+        values << QStringLiteral("(5, 1, 'VPN', '', 0, '', '')");
+        auto store = m_fx.open();
+        m_fx.scalar("INSERT INTO rules VALUES " + values.join(','));
+        QCOMPARE(m_fx.count(QStringLiteral("rules")), int(values.size()));
+
+        QStringList expected = stored;
+        std::sort(expected.begin(), expected.end(), [](const QString &a, const QString &b) {
+            const int c = a.compare(b, Qt::CaseInsensitive);
+            return c ? c < 0 : a < b;
+        });
+        for (int pass = 0; pass < 2; ++pass)
+            QCOMPARE(names(store.get()), expected);
+
+        // Each row keeps its own fields, and the rows behave as any row set does.
+        Reply list = calls::GetWMIRules(store.get());
+        RowReader rows(list);
+        QCOMPARE(rows.text(QStringLiteral("rule_name")), QStringLiteral("_"));
+        const int id = int(stored.indexOf("_")) + 1;
+        QCOMPARE(rows.text(QStringLiteral("rule_id")), ruleIdText(id));
+        QCOMPARE(rows.text(QStringLiteral("rule_comment")), QStringLiteral("c%1").arg(id));
+        QCOMPARE(rows.integer(QStringLiteral("rule_wql")), id % 2 ? 0 : 1);
+        QVERIFY_THROWS_EXCEPTION(DataServiceError, rows.field(QStringLiteral("rule_value")));
+        rows.close();
+        QVERIFY_THROWS_EXCEPTION(DataServiceError, rows.atEnd());
+        Reply naqc = calls::GetRQCRule(store.get());
+        RowReader naqcRows(naqc);
+        QCOMPARE(naqcRows.text(QStringLiteral("rule_name")), QStringLiteral("VPN"));
+        QVERIFY_THROWS_EXCEPTION(DataServiceError, naqcRows.field(QStringLiteral("rule_wql")));
+    }
+
     void checksAnswerWithinTheCategoryAsShort()
     {
         auto store = m_fx.open();
