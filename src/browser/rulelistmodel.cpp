@@ -22,36 +22,7 @@ RuleListModel::Text RuleListModel::Rows::text(const QString &text)
         m_long.append(text);
         return {m_long.size() - 1, -1};
     }
-    return {m_chars.add(text), text.size()};
-}
-
-qsizetype RuleListModel::Chars::add(QStringView text)
-{
-    const qsizetype n = text.size();
-    if (m_next % BlockChars + n > BlockChars)
-        m_next += BlockChars - m_next % BlockChars;
-    const auto block = size_t(m_next / BlockChars);
-    if (n > 0 && block == m_blocks.size())
-        m_blocks.emplace_back(new char16_t[size_t(BlockChars)]);
-    const qsizetype at = m_next;
-    if (n > 0)
-        std::copy(text.utf16(), text.utf16() + n, m_blocks[block].get() + at % BlockChars);
-    m_next += n;
-    return at;
-}
-
-qsizetype RuleListModel::Chars::append(Chars &&other)
-{
-    // Blocks kept from an earlier load but not written this time go; the others follow ours.
-    m_blocks.resize(size_t((m_next + BlockChars - 1) / BlockChars));
-    const qsizetype shift = qsizetype(m_blocks.size()) * BlockChars;
-    const auto used = size_t((other.m_next + BlockChars - 1) / BlockChars);
-    for (size_t i = 0; i < used; ++i)
-        m_blocks.push_back(std::move(other.m_blocks[i]));
-    m_next = shift + other.m_next;
-    other.m_blocks.clear();
-    other.m_next = 0;
-    return shift;
+    return {m_chars.add(reinterpret_cast<const char16_t *>(text.constData()), text.size()), text.size()};
 }
 
 void RuleListModel::clearRows()
@@ -116,7 +87,7 @@ QStringView RuleListModel::cell(const Row &row, int column) const
     const Text text = row.cells[size_t(column)];
     if (text.size < 0)
         return m_long.at(text.at);
-    return m_chars.view(text.at, text.size);
+    return text.size == 0 ? QStringView() : QStringView(m_chars.at(text.at), text.size);
 }
 
 QString RuleListModel::cellText(int row, int column) const

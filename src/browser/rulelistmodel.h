@@ -1,11 +1,12 @@
 #pragma once
 
+#include "dataservice/textblocks.h"
+
 #include <QAbstractTableModel>
 #include <QList>
 #include <QString>
 
 #include <array>
-#include <memory>
 #include <vector>
 
 namespace qarvo {
@@ -40,28 +41,8 @@ public:
         int image = -1;
     };
 
-    // The characters of the shown texts, in blocks that never move: one store that grew by copying
-    // would copy a hundred thousand rules' worth at every doubling and touch fresh pages each time.
-    // A place is a block's number times BlockChars plus the offset in it.
-    class Chars
-    {
-    public:
-        static constexpr qsizetype BlockChars = 32 * 1024; // at least the longest text shown whole
-
-        qsizetype add(QStringView text);
-        QStringView view(qsizetype at, qsizetype size) const
-        {
-            return size == 0 ? QStringView() : QStringView(m_blocks[size_t(at / BlockChars)].get() + at % BlockChars, size);
-        }
-        // Moves `other`'s characters behind these; answers how far their places moved.
-        qsizetype append(Chars &&other);
-        // Empty again, keeping the blocks for the next load to write into.
-        void clear() { m_next = 0; }
-
-    private:
-        std::vector<std::unique_ptr<char16_t[]>> m_blocks;
-        qsizetype m_next = 0;
-    };
+    // The characters of the texts shown whole; a block holds the longest of them.
+    using Chars = TextBlocks<char16_t, 32 * 1024>;
 
     // The rows of one load, gathered before they are handed over in one step. The characters of
     // every cell go into one store, so that a hundred thousand rules are let go at once rather

@@ -1,6 +1,7 @@
 #include "rulestore/storelisting.h"
 
 #include "dataservice/methods.h"
+#include "dataservice/textblocks.h"
 #include "rulestore/storedb.h"
 #include "rulestore/storeerror.h"
 
@@ -16,8 +17,6 @@
 #include <algorithm>
 #include <climits>
 #include <memory>
-#include <cstring>
-#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -36,47 +35,6 @@ struct Listed
     qsizetype commentSize;
 };
 
-// Copies of the texts the database answered, in blocks that never move once written: growing one
-// buffer would copy everything read so far at each step. The blocks are kept for the next
-// listing, which then writes into memory that is already there.
-class TextBlocks
-{
-public:
-    const char *add(const char *text, qsizetype size)
-    {
-        const auto n = size_t(size);
-        if (n > BlockSize / 8) {
-            m_large.emplace_back(new char[n]);
-            std::memcpy(m_large.back().get(), text, n);
-            return m_large.back().get();
-        }
-        if (m_used + n > BlockSize) {
-            if (++m_current == m_blocks.size())
-                m_blocks.emplace_back(new char[BlockSize]);
-            m_used = 0;
-        }
-        char *at = m_blocks[m_current].get() + m_used;
-        std::memcpy(at, text, n);
-        m_used += n;
-        return at;
-    }
-    void clear()
-    {
-        m_large.clear();
-        m_current = size_t(-1);
-        m_used = BlockSize;
-    }
-    size_t capacity() const { return m_blocks.size() * BlockSize; }
-
-private:
-    // Under the size from which the C library maps and unmaps memory for each allocation.
-    static constexpr size_t BlockSize = 64 * 1024;
-    std::vector<std::unique_ptr<char[]>> m_blocks;
-    std::vector<std::unique_ptr<char[]>> m_large;
-    size_t m_current = size_t(-1);
-    size_t m_used = BlockSize;
-};
-
 // A rule in the sort: the eight lower-cased bytes of its name from the depth being sorted on,
 // first byte highest, so that comparing two numbers compares the bytes.
 struct SortItem
@@ -90,17 +48,19 @@ struct SortItem
 // The rules as the database answered them, names and comments in UTF-8.
 struct Listing
 {
-    TextBlocks texts;
+    // Under the size from which the C library maps and unmaps memory for each allocation.
+    TextBlocks<char, 64 * 1024> texts;
     std::vector<Listed> rules;
     std::vector<SortItem> order;
     bool allAscii = true;
 
     void add(int id, int wql, const char *name, qsizetype nameSize, const char *comment, qsizetype commentSize)
     {
-        rules.push_back({id, wql, texts.add(name, nameSize), nameSize, texts.add(comment, commentSize), commentSize});
+        rules.push_back({id, wql, copy(name, nameSize), nameSize, copy(comment, commentSize), commentSize});
         if (allAscii)
             allAscii = std::none_of(name, name + nameSize, [](char c) { return (c & 0x80) != 0; });
     }
+    const char *copy(const char *text, qsizetype size) { return size ? texts.at(texts.add(text, size)) : ""; }
     void clear()
     {
         texts.clear();
@@ -110,7 +70,7 @@ struct Listing
     }
     size_t capacity() const
     {
-        return texts.capacity() + rules.capacity() * sizeof(Listed) + order.capacity() * sizeof(SortItem);
+        return texts.bytes() + rules.capacity() * sizeof(Listed) + order.capacity() * sizeof(SortItem);
     }
 };
 

@@ -172,9 +172,11 @@ private Q_SLOTS:
     // Enough names that share long beginnings for the list to be sorted in steps of eight
     // characters, with the cases where lower-casing decides: '_' lies between 'Z' and 'a', a name
     // may end inside a step, and names may differ only in case. Listed twice, so that the second
-    // list is made in the memory the first one gave back.
+    // list is made in the memory the first one gave back. One comment is longer than the blocks
+    // the answer is copied into.
     void largeListsAreSortedAsNamesAreRead()
     {
+        const QString Long(70000, u'x'); // longer than a block of the copied texts
         QStringList stored;
         for (int i = 0; i < 150; ++i)
             stored << QStringLiteral("Health rule %1").arg(i) << QStringLiteral("health RULE %1_").arg(i * 7);
@@ -182,7 +184,11 @@ private Q_SLOTS:
                << QString(40, u'x') + "B" << QString(40, u'X') + "a" << "A" << "_";
         QStringList values;
         for (int i = 0; i < stored.size(); ++i)
-            values << QStringLiteral("(6, %1, '%2', 'c%1', %3, '', '')").arg(i + 1).arg(stored[i]).arg(i % 2);
+            values << QStringLiteral("(6, %1, '%2', 'c%1%4', %3, '', '')")
+                          .arg(i + 1)
+                          .arg(stored[i])
+                          .arg(i % 2)
+                          .arg(stored[i] == "_" ? Long : QString());
         values << QStringLiteral("(5, 1, 'VPN', '', 0, '', '')");
         auto store = m_fx.open();
         m_fx.scalar("INSERT INTO rules VALUES " + values.join(','));
@@ -202,7 +208,7 @@ private Q_SLOTS:
         QCOMPARE(rows.text(QStringLiteral("rule_name")), QStringLiteral("_"));
         const int id = int(stored.indexOf("_")) + 1;
         QCOMPARE(rows.text(QStringLiteral("rule_id")), ruleIdText(id));
-        QCOMPARE(rows.text(QStringLiteral("rule_comment")), QStringLiteral("c%1").arg(id));
+        QCOMPARE(rows.text(QStringLiteral("rule_comment")), QStringLiteral("c%1").arg(id) + Long);
         QCOMPARE(rows.integer(QStringLiteral("rule_wql")), id % 2 ? 0 : 1);
         QVERIFY_THROWS_EXCEPTION(DataServiceError, rows.field(QStringLiteral("rule_value")));
         rows.close();
