@@ -3,6 +3,8 @@
 #include "dataservice/calls.h"
 #include "rulestore/storedb.h"
 
+#include <algorithm>
+
 namespace qarvo::store {
 
 namespace {
@@ -13,10 +15,18 @@ QList<RuleSnapshot::Link> links(QSqlQuery q)
     while (q.next())
         out.append({qint16(q.value(0).toInt()), q.value(1).toString()});
     q.finish();
+    sortLinks(out);
     return out;
 }
 
 } // namespace
+
+void sortLinks(QList<RuleSnapshot::Link> &links)
+{
+    std::sort(links.begin(), links.end(), [](const RuleSnapshot::Link &a, const RuleSnapshot::Link &b) {
+        return a.category != b.category ? a.category < b.category : a.name < b.name;
+    });
+}
 
 bool idInUse(StoreDb &db, qint16 cat, int id)
 {
@@ -69,12 +79,12 @@ RuleSnapshot readRule(StoreDb &db, qint16 cat, int id)
         q.finish();
     }
     rule.uses = links(db.exec("SELECT used_category, used_name FROM rule_usage"
-                              " WHERE user_category = ? AND user_id = ? ORDER BY used_category, used_name",
+                              " WHERE user_category = ? AND user_id = ?",
                               {int(cat), id}));
     if (rule.hasRule)
         rule.usedBy = links(db.exec("SELECT r.category, r.rule_name FROM rule_usage u"
                                     " JOIN rules r ON r.category = u.user_category AND r.rule_id = u.user_id"
-                                    " WHERE u.used_category = ? AND u.used_name = ? ORDER BY r.category, r.rule_name",
+                                    " WHERE u.used_category = ? AND u.used_name = ?",
                                     {int(cat), rule.name}));
     return rule;
 }

@@ -12,6 +12,10 @@ class StoreDb;
 // isEmpty() when nothing is.
 RuleSnapshot readRule(StoreDb &db, qint16 category, int id);
 
+// Usage links in one order whatever the database's collation (category, then name by character
+// codes), so that two stores answer the same rule alike.
+void sortLinks(QList<RuleSnapshot::Link> &links);
+
 // Rows left behind under an id (script entries stored before a rule that never came, uses kept
 // across an edit) hold the id as much as a rule does.
 bool idInUse(StoreDb &db, qint16 category, int id);

@@ -6,6 +6,7 @@
 #include "rulestore/storehistory.h"
 #include "rulestore/storerules.h"
 
+#include <QHash>
 #include <QSet>
 
 #include <algorithm>
@@ -37,18 +38,77 @@ void stepOrStop(const StepCheck &step, int done, int total)
 
 QList<RuleSnapshot> readAllRules(StoreDb &db, const StepCheck &step)
 {
-    QList<std::pair<qint16, int>> keys;
+    // One query per table rather than five per rule: the Usage window, an import and an export
+    // read the whole store, and tens of thousands of rules would spend seconds on round trips.
+    QList<RuleSnapshot> rules;
+    QHash<std::pair<qint16, int>, qsizetype> byId;
+    QHash<Key, qsizetype> byName;
     {
-        QSqlQuery q = db.exec("SELECT category, rule_id FROM rules");
-        while (q.next())
-            keys.append({qint16(q.value(0).toInt()), q.value(1).toInt()});
+        QSqlQuery q = db.exec("SELECT category, rule_id, rule_name, rule_comment, rule_wql, service_name,"
+                              " script_selection FROM rules");
+        while (q.next()) {
+            RuleSnapshot &r = rules.emplaceBack();
+            r.category = qint16(q.value(0).toInt());
+            r.id = q.value(1).toInt();
+            r.name = q.value(2).toString();
+            r.comment = q.value(3).toString();
+            r.wql = qint16(q.value(4).toInt());
+            r.serviceName = q.value(5).toString();
+            r.scriptSelection = q.value(6).toString();
+            byId.insert({r.category, r.id}, rules.size() - 1);
+            byName.insert({r.category, r.name}, rules.size() - 1);
+        }
         q.finish();
     }
-    QList<RuleSnapshot> rules;
-    rules.reserve(keys.size());
-    for (const auto &[cat, id] : keys) {
-        stepOrStop(step, int(rules.size()), int(keys.size()));
-        rules.append(readRule(db, cat, id));
+    // Steps are counted in rules, the tables after the first standing for a share of them each;
+    // none is 0, which would start a progress dialog's clock again.
+    const int total = int(rules.size());
+    const auto rule = [&](qint16 cat, int id) -> RuleSnapshot * {
+        const qsizetype i = byId.value({cat, id}, -1);
+        return i < 0 ? nullptr : &rules[i];
+    };
+    stepOrStop(step, (total + 3) / 4, total);
+    {
+        QSqlQuery q = db.exec("SELECT rule_id, cond_index, conjunction, cond_class, cond_field, cond_value,"
+                              " cond_operator, operator_code, cond_namespace, cond_type, type_code"
+                              " FROM wmi_conditions ORDER BY rule_id, cond_index");
+        while (q.next()) {
+            if (RuleSnapshot *r = rule(category::WMI, q.value(0).toInt()))
+                r->conditions.append({qint16(q.value(1).toInt()), qint16(q.value(2).toInt()), q.value(3).toString(),
+                                      q.value(4).toString(), q.value(5).toString(), q.value(6).toString(),
+                                      qint16(q.value(7).toInt()), q.value(8).toString(), q.value(9).toString(),
+                                      qint16(q.value(10).toInt())});
+        }
+        q.finish();
+    }
+    stepOrStop(step, (total + 1) / 2, total);
+    {
+        QSqlQuery q = db.exec("SELECT rule_id, entry_no, script_file, action_type, script_comment, selected"
+                              " FROM naqc_scripts ORDER BY rule_id, entry_no");
+        while (q.next()) {
+            if (RuleSnapshot *r = rule(category::NAQC, q.value(0).toInt()))
+                r->scripts.append({qint16(q.value(1).toInt()), q.value(2).toString(), q.value(3).toString(),
+                                   q.value(4).toString(), qint16(q.value(5).toInt())});
+        }
+        q.finish();
+    }
+    stepOrStop(step, (total * 3 + 3) / 4, total);
+    {
+        QSqlQuery q = db.exec("SELECT user_category, user_id, used_category, used_name FROM rule_usage");
+        while (q.next()) {
+            RuleSnapshot *user = rule(qint16(q.value(0).toInt()), q.value(1).toInt());
+            if (!user)
+                continue;
+            const RuleSnapshot::Link used{qint16(q.value(2).toInt()), q.value(3).toString()};
+            user->uses.append(used);
+            if (const qsizetype i = byName.value({used.category, used.name}, -1); i >= 0)
+                rules[i].usedBy.append({user->category, user->name});
+        }
+        q.finish();
+    }
+    for (RuleSnapshot &r : rules) {
+        sortLinks(r.uses);
+        sortLinks(r.usedBy);
     }
     std::sort(rules.begin(), rules.end(), [](const RuleSnapshot &a, const RuleSnapshot &b) {
         if (a.category != b.category)

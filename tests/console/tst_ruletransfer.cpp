@@ -15,6 +15,7 @@
 #include <QtTest>
 
 #include <csignal>
+#include <thread>
 
 using namespace qarvo;
 using namespace qarvo::console;
@@ -234,9 +235,20 @@ private Q_SLOTS:
         QFile file(fileName);
         QVERIFY(file.open(QIODevice::WriteOnly) && file.write("kept\n") == 5);
         file.close();
-        {
-            SqlRuleStore source;
-            QVERIFY(source.open(many));
+        auto target = m_fixture.open();
+        QVERIFY(addSampleRules(*target) > 0);
+        // Reading a whole store is quick; with its rules locked by another session for a second
+        // it is not, and the progress shows. (SQLite lets readers through any lock.)
+        if (m_fixture.isPostgres()) {
+            StoreLocation loc;
+            QVERIFY(StoreLocation::parse(m_fixture.location(), &loc, nullptr));
+            std::thread holder([&] {
+                queryOnce(m_fixture.location(), QStringLiteral("BEGIN; LOCK TABLE rules; SELECT pg_sleep(1); COMMIT"),
+                          loc.schema);
+            });
+            QTRY_VERIFY(m_fixture.scalar(QStringLiteral("SELECT COUNT(*) FROM pg_locks WHERE relation = 'rules'::regclass"
+                                                        " AND mode = 'AccessExclusiveLock' AND granted"))
+                            .toInt() > 0);
             QWidget window;
             window.show();
             MessageCatcher messages;
@@ -244,14 +256,14 @@ private Q_SLOTS:
                 if (auto *progress = qobject_cast<QProgressDialog *>(modal))
                     progress->cancel();
             });
-            QVERIFY(!exportRulesToFile(&window, &source, std::nullopt, fileName));
+            const bool exported = exportRulesToFile(&window, target.get(), std::nullopt, fileName);
+            holder.join();
+            QVERIFY(!exported);
             QVERIFY(!modalSafetyNetFired() && messages.messages.isEmpty());
         }
         QVERIFY(file.open(QIODevice::ReadOnly));
         QCOMPARE(file.readAll(), QByteArray("kept\n"));
 
-        auto target = m_fixture.open();
-        QVERIFY(addSampleRules(*target) > 0);
         const QStringList before = answers(target.get());
         QProcess copy;
         copy.start(QStringLiteral(QARVO_CONSOLE_BIN),

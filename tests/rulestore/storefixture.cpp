@@ -5,6 +5,8 @@
 #include <QSqlQuery>
 #include <QtTest>
 
+#include <atomic>
+
 namespace qarvo::test {
 
 namespace {
@@ -18,7 +20,7 @@ QString pgUrl()
 
 QVariant queryOnce(const QString &location, const QString &sql, const QString &schema)
 {
-    static int counter = 0;
+    static std::atomic<int> counter = 0; // tests may hold a database from a thread of their own
     const QString name = QStringLiteral("fixture-%1").arg(++counter);
     StoreLocation loc;
     StoreLocation::parse(location, &loc, nullptr);
