@@ -3,6 +3,8 @@
 #include "browser/shorttext.h"
 #include "resources/images.h"
 
+#include <stdexcept>
+
 namespace qarvo {
 
 RuleListModel::RuleListModel(QObject *parent) : QAbstractTableModel(parent) {}
@@ -25,6 +27,29 @@ RuleListModel::Text RuleListModel::Rows::text(const QString &text)
     return {m_chars.add(reinterpret_cast<const char16_t *>(text.constData()), text.size()), text.size()};
 }
 
+RuleListModel::Row &RuleListModel::RowBlocks::add()
+{
+    if (m_size == m_blocks.size() * PerBlock)
+        m_blocks.push_back(std::make_unique_for_overwrite<Row[]>(PerBlock));
+    Row &row = (*this)[m_size++];
+    row = Row();
+    return row;
+}
+
+const RuleListModel::Row &RuleListModel::RowBlocks::at(size_t i) const
+{
+    if (i >= m_size)
+        throw std::out_of_range("rule list row");
+    return (*this)[i];
+}
+
+void RuleListModel::RowBlocks::erase(size_t i)
+{
+    for (; i + 1 < m_size; ++i)
+        (*this)[i] = (*this)[i + 1];
+    --m_size;
+}
+
 void RuleListModel::clearRows()
 {
     if (m_rows.empty())
@@ -42,7 +67,7 @@ RuleListModel::Rows RuleListModel::takeRowStorage()
 {
     Rows storage;
     if (m_rows.empty()) {
-        storage.m_rows.swap(m_rows);
+        std::swap(storage.m_rows, m_rows);
         std::swap(storage.m_chars, m_chars);
         storage.m_chars.clear();
         m_long.clear();
@@ -64,10 +89,11 @@ void RuleListModel::appendRows(Rows rows)
         const qsizetype shift = m_chars.append(std::move(rows.m_chars));
         const qsizetype longShift = m_long.size();
         m_long += rows.m_long;
-        for (Row &row : rows.m_rows) {
+        for (size_t i = 0; i < rows.m_rows.size(); ++i) {
+            Row &row = m_rows.add();
+            row = rows.m_rows[i];
             for (Text &text : row.cells)
                 text.at += text.size < 0 ? longShift : shift;
-            m_rows.push_back(row);
         }
     }
     endInsertRows();
@@ -78,7 +104,7 @@ void RuleListModel::removeRuleRow(int row)
     if (row < 0 || row >= int(m_rows.size()))
         return;
     beginRemoveRows(QModelIndex(), row, row);
-    m_rows.erase(m_rows.begin() + row);
+    m_rows.erase(size_t(row));
     endRemoveRows();
 }
 

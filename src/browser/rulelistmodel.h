@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <array>
+#include <memory>
 #include <vector>
 
 namespace qarvo {
@@ -44,18 +45,39 @@ public:
     // The characters of the texts shown whole; a block holds the longest of them.
     using Chars = TextBlocks<char16_t, 32 * 1024>;
 
+    // The rows, in blocks that never move and are kept when the rows are cleared: one array
+    // would copy every row read so far at each doubling, into pages touched for the first time.
+    class RowBlocks
+    {
+    public:
+        Row &add();
+        Row &operator[](size_t i) { return m_blocks[i / PerBlock][i % PerBlock]; }
+        const Row &operator[](size_t i) const { return m_blocks[i / PerBlock][i % PerBlock]; }
+        const Row &at(size_t i) const;
+        size_t size() const { return m_size; }
+        bool empty() const { return m_size == 0; }
+        void clear() { m_size = 0; }
+        // Moves the rows after `i` down by one.
+        void erase(size_t i);
+
+    private:
+        static constexpr size_t PerBlock = 1024;
+        std::vector<std::unique_ptr<Row[]>> m_blocks;
+        size_t m_size = 0;
+    };
+
     // The rows of one load, gathered before they are handed over in one step. The characters of
     // every cell go into one store, so that a hundred thousand rules are let go at once rather
     // than string by string, and a reload fills the storage the last load left.
     class Rows
     {
     public:
-        Row &add() { return m_rows.emplace_back(); }
+        Row &add() { return m_rows.add(); }
         Text text(const QString &text);
 
     private:
         friend class RuleListModel;
-        std::vector<Row> m_rows;
+        RowBlocks m_rows;
         Chars m_chars;
         QList<QString> m_long;
     };
@@ -88,7 +110,7 @@ private:
     QStringView cell(const Row &row, int column) const;
 
     QList<Column> m_columns;
-    std::vector<Row> m_rows;
+    RowBlocks m_rows;
     Chars m_chars;
     QList<QString> m_long;
 };
