@@ -69,12 +69,12 @@ private Q_SLOTS:
     void init() { m_fx.setUp(); }
     void cleanup() { m_fx.tearDown(); }
 
-    // Eight consoles finish a wizard in the same second, and then another: with the control's
-    // own id drawing every one of them stores its rule, with its own rows, in a few calls.
+    // Eight consoles start on a store that does not exist yet, so that they create it at once,
+    // and finish a wizard in the same second, and then another: with the control's own id
+    // drawing every one of them stores its rule, with its own rows, in a few calls.
     void consolesSavingAtOnceEachStoreTheirOwnRule()
     {
         constexpr int consoles = 8, saves = 2;
-        m_fx.open();
         std::vector<std::unique_ptr<QProcess>> writers;
         for (int i = 0; i < consoles; ++i)
             writers.push_back(startWriter({"wizard", m_fx.location(), QStringLiteral("C%1").arg(i),
