@@ -6,7 +6,12 @@
 #include <QFileInfo>
 #include <QStringDecoder>
 
+#include <bit>
 #include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace qarvo {
 
@@ -244,12 +249,14 @@ public:
     {
         m_bytes = bytes;
         m_encoding = encoding;
+        m_hasNul = bytes.contains('\0');
         walk(bytes.constData(), bytes.size());
     }
     void parse(const QString &text)
     {
         m_wide = text;
         m_encoding = Encoding::Utf16;
+        m_hasNul = text.contains(QChar(0));
         walk(reinterpret_cast<const char16_t *>(text.constData()), text.size());
     }
 
@@ -287,10 +294,20 @@ private:
 
     static qsizetype lineEnd(const char *s, qsizetype from, qsizetype n)
     {
-        const void *lf = std::memchr(s + from, '\n', size_t(n - from));
-        const qsizetype end = lf ? static_cast<const char *>(lf) - s : n;
-        const void *cr = std::memchr(s + from, '\r', size_t(end - from));
-        return cr ? static_cast<const char *>(cr) - s : end;
+#ifdef __SSE2__
+        // Both line-break characters in one pass, sixteen bytes at a time: lines are short, and
+        // searching each twice cost more in calls than in bytes.
+        const __m128i lf = _mm_set1_epi8('\n');
+        const __m128i cr = _mm_set1_epi8('\r');
+        for (; from + 16 <= n; from += 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + from));
+            if (const int hits = _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr))))
+                return from + std::countr_zero(unsigned(hits));
+        }
+#endif
+        while (from < n && s[from] != '\n' && s[from] != '\r')
+            ++from;
+        return from;
     }
     static qsizetype lineEnd(const char16_t *s, qsizetype from, qsizetype n)
     {
@@ -405,7 +422,8 @@ private:
         trim(s, vb, ve);
         // What a zero-terminated buffer would hold, without one pair of surrounding quotes. A NUL
         // and a quote are one unit in every encoding read here, so this works on the raw text.
-        ve = find(s, vb, ve, '\0');
+        if (m_hasNul)
+            ve = find(s, vb, ve, '\0');
         if (ve - vb >= 2 && s[vb] == Unit('"') && s[ve - 1] == Unit('"')) {
             ++vb;
             --ve;
@@ -419,7 +437,8 @@ private:
     QString m_wide;
     Encoding m_encoding = Encoding::Utf8;
     std::u16string m_name;
-    int m_nextKey = 0; // in the kept section being read
+    bool m_hasNul = false; // looked for once in the whole text, not in every value
+    int m_nextKey = 0;     // in the kept section being read
 };
 
 IniFile IniFile::fromBytes(QByteArrayView bytes, const Selection &selection)
