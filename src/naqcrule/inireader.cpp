@@ -6,6 +6,13 @@
 #include <QFileInfo>
 #include <QStringDecoder>
 
+#ifdef Q_OS_UNIX
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 #include <bit>
 #include <cstring>
 
@@ -475,24 +482,39 @@ IniFile IniFile::parse(QByteArray bytes, const Selection &selection)
 
 IniFile IniFile::load(const QString &path, const Selection &selection)
 {
-    if (path.isEmpty() || !QFileInfo(path).isFile())
+    if (path.isEmpty())
         return {};
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+#ifdef Q_OS_UNIX
+    // Opened without waiting, so that a FIFO or a device given as a profile cannot hold the
+    // reader; only a regular file is read.
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
         return {};
+    struct stat info;
     // The size of the file opened, not of whatever the name pointed at a moment earlier; what is
     // read is what that size says, however the file changes meanwhile.
-    const qint64 size = file.size();
-    if (size > MaxFileBytes)
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > MaxFileBytes) {
+        ::close(fd);
         return {};
-    QByteArray bytes(qsizetype(size), Qt::Uninitialized);
+    }
+    QByteArray bytes(qsizetype(info.st_size), Qt::Uninitialized);
     qsizetype got = 0;
     while (got < bytes.size()) {
-        const qint64 n = file.read(bytes.data() + got, bytes.size() - got);
+        const ssize_t n = ::read(fd, bytes.data() + got, size_t(bytes.size() - got));
+        if (n < 0 && errno == EINTR)
+            continue;
         if (n <= 0)
             break;
         got += qsizetype(n);
     }
+    ::close(fd);
+#else
+    QFile file(path);
+    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly) || file.size() > MaxFileBytes)
+        return {};
+    QByteArray bytes = file.read(MaxFileBytes);
+    const qsizetype got = bytes.size();
+#endif
     bytes.truncate(got);
     return parse(std::move(bytes), selection);
 }

@@ -7,6 +7,10 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
+
 using namespace qarvo;
 
 namespace {
@@ -217,6 +221,12 @@ void TestCmsProfile::badFiles()
     };
     QVERIFY(!readCmsProfile(dir.path())); // a folder
     QVERIFY(!readCmsProfile(QString()));
+#ifdef Q_OS_UNIX
+    // A FIFO with no writer: refused at once rather than waited on.
+    const QString fifo = dir.filePath("fifo.cms");
+    QCOMPARE(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    QVERIFY(!readCmsProfile(fifo));
+#endif
     // 10 MB of filler after a valid head still reads.
     const QByteArray head = "[Connection Manager]\r\nServiceName=Big\r\n[Connect Actions]\r\n0=a\\b.cmd\r\n";
     const auto big = readCmsProfile(
