@@ -17,5 +17,5 @@ function(qarvo_add_test name)
     TIMEOUT ${ARG_TIMEOUT}
     # QtTest prints "Totals: 0 passed" for a suite whose every case skipped; that is not a pass.
     FAIL_REGULAR_EXPRESSION "Totals: 0 passed"
-    ENVIRONMENT "QT_QPA_PLATFORM=offscreen;LANG=C.UTF-8;XDG_RUNTIME_DIR=${runtime_dir};QARVO_SOURCE_DIR=${PROJECT_SOURCE_DIR};LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0")
+    ENVIRONMENT "QT_QPA_PLATFORM=offscreen;LANG=C.UTF-8;XDG_RUNTIME_DIR=${runtime_dir};XDG_CACHE_HOME=${CMAKE_BINARY_DIR}/test-cache;QARVO_SOURCE_DIR=${PROJECT_SOURCE_DIR};LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0")
 endfunction()

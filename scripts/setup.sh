@@ -9,7 +9,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ pkg-config
   qt6-base-dev qt6-base-dev-tools qt6-svg-dev libqt6sql6-sqlite libqt6sql6-psql libgl-dev
-  libsqlite3-dev libpq-dev
+  libsqlite3-dev libpq-dev libxxhash-dev
   libbenchmark-dev
   python3 python3-jsonschema
   postgresql

@@ -186,11 +186,19 @@ private Q_SLOTS:
             for (int id = 1; id <= 20; ++id)
                 QCOMPARE(calls::AddWMIRule(&store, wmiRow(id, QStringLiteral("Rule %1").arg(id), 0)), status::Ok);
         }
-        // The header of one page of the rules table, overwritten.
+        {
+            // Found sound, and remembered as such with these very bytes.
+            SqlRuleStore store;
+            QVERIFY(store.open(path));
+        }
+        // The header of one page of the rules table, overwritten, the file keeping its size and
+        // its time: only its content tells.
         const int page = queryOnce(path, QStringLiteral("SELECT rootpage FROM sqlite_master WHERE name = 'rules'")).toInt();
         QFile f(path);
+        const QDateTime modified = QFileInfo(path).lastModified();
         QVERIFY(page > 1 && f.open(QIODevice::ReadWrite) && f.seek((page - 1) * 4096));
         f.write(QByteArray(16, '\x5a'));
+        QVERIFY(f.setFileTime(modified, QFileDevice::FileModificationTime));
         f.close();
         QVERIFY(f.open(QIODevice::ReadOnly));
         const QByteArray damaged = f.readAll();
