@@ -1,5 +1,7 @@
 #include "storefixture.h"
 
+#include "rulestore/soundfiles.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -212,6 +214,36 @@ private Q_SLOTS:
         QVERIFY(f.open(QIODevice::ReadOnly));
         QCOMPARE(f.readAll(), damaged);
         QVERIFY(!QFile::exists(path + QStringLiteral("-wal")));
+    }
+
+    // What says that a file's bytes are those that passed: every byte counts, in either half of a
+    // large file and in its write-ahead log.
+    void contentHashSeesEveryByte()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("bytes.sqlite"));
+        QByteArray bytes(5 * 1024 * 1024 + 123, 'q');
+        const auto hashOf = [&](const QByteArray &content, const QByteArray &log) {
+            QFile f(path), wal(path + QStringLiteral("-wal"));
+            if (!f.open(QIODevice::WriteOnly) || f.write(content) != content.size())
+                qFatal("cannot write %s", qPrintable(path));
+            f.close();
+            wal.remove();
+            if (!log.isNull() && (!wal.open(QIODevice::WriteOnly) || wal.write(log) != log.size()))
+                qFatal("cannot write the log");
+            wal.close();
+            return store::contentHash(path);
+        };
+        const auto sound = hashOf(bytes, {});
+        QVERIFY(sound && sound->fileBytes == bytes.size() && sound->logBytes == 0);
+        QCOMPARE(hashOf(bytes, {}), sound);
+        QCOMPARE(hashOf(bytes, ""), sound); // an empty log holds nothing, as none does
+        QVERIFY(hashOf(bytes, "x") != sound);
+        for (const qsizetype at : {qsizetype(0), bytes.size() / 2 - 1, bytes.size() / 2 + 4096, bytes.size() - 1}) {
+            bytes[at] = 'Q';
+            QVERIFY2(hashOf(bytes, {}) != sound, qPrintable(QString::number(at)));
+            bytes[at] = 'q';
+        }
+        QVERIFY(!store::contentHash(m_dir.filePath(QStringLiteral("missing.sqlite"))));
     }
 
     // Root may write anything, so a root test run opens the store as an unprivileged user.
