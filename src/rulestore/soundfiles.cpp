@@ -106,13 +106,22 @@ std::optional<ContentHash> contentHash(const QString &path)
 #ifdef QARVO_HAVE_XXHASH
     const qint64 size = QFileInfo(path).size();
     const qint64 half = size >= TwoHalvesFrom ? (size / 2) / ReadBlock * ReadBlock : 0;
+    Part head;
     Part tail{XXH3_128bits(nullptr, 0), 0};
-    std::thread second;
-    if (half > 0)
-        second = std::thread([&] { tail = hashPart(path, half, -1, false); });
-    const Part head = hashPart(path, 0, half > 0 ? half : -1, false);
-    if (second.joinable())
-        second.join();
+    {
+        // Joined on the way out, also when the first half cannot be read.
+        std::jthread second;
+        if (half > 0) {
+            second = std::jthread([&] {
+                try {
+                    tail = hashPart(path, half, -1, false);
+                } catch (...) {
+                    tail.bytes = -1;
+                }
+            });
+        }
+        head = hashPart(path, 0, half > 0 ? half : -1, false);
+    }
     const Part log = hashPart(path + QStringLiteral("-wal"), 0, -1, true);
     // A file that shrank while it was read has no content to speak of.
     if (head.bytes < 0 || tail.bytes < 0 || log.bytes < 0 || (half > 0 && head.bytes != half))
