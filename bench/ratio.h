@@ -72,10 +72,19 @@ inline void printRatio(const char *name, double measured, double baseline, doubl
         printRatio(name, measured / baseline, aim);
 }
 
-// Runs the benchmarks selected on the command line through `reporter`.
-inline void runAll(int &argc, char **argv, RatioReporter &reporter)
+// Runs the benchmarks selected on the command line through `reporter`. With `takeTurns`, the
+// repetitions of a figure and of its baseline are run in turns, so that a machine shared with
+// others slows both alike rather than one of them; that suits benchmarks that leave nothing
+// behind for the next, and a flag on the command line still decides.
+inline void runAll(int &argc, char **argv, RatioReporter &reporter, bool takeTurns = false)
 {
-    benchmark::Initialize(&argc, argv);
+    static char turns[] = "--benchmark_enable_random_interleaving=true";
+    std::vector<char *> args(argv, argv + argc);
+    if (takeTurns)
+        args.insert(args.begin() + (argc > 0 ? 1 : 0), turns);
+    int count = int(args.size());
+    args.push_back(nullptr);
+    benchmark::Initialize(&count, args.data());
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     std::cout << '\n';

@@ -140,7 +140,7 @@ int main(int argc, char **argv)
         return 1;
 
     bench::RatioReporter r;
-    bench::runAll(argc, argv, r);
+    bench::runAll(argc, argv, r, true);
     bench::printRatio("console_start_100k", r.cpu("BM_ConsoleStart"), r.cpu("BM_SQLiteAndEmptyWindow"), 1.5);
     bench::printRatio("console_start_changed_100k", r.cpu("BM_ConsoleStartAfterChange"),
                       r.cpu("BM_SQLiteAndEmptyWindow"), 1.5);
