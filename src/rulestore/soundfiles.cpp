@@ -110,9 +110,17 @@ std::optional<ContentHash> contentHash(const QString &path)
     Part tail{XXH3_128bits(nullptr, 0), 0};
     {
         // Joined on the way out, also when the first half cannot be read.
-        std::jthread second;
+        struct Joined
+        {
+            std::thread thread;
+            ~Joined()
+            {
+                if (thread.joinable())
+                    thread.join();
+            }
+        } second;
         if (half > 0) {
-            second = std::jthread([&] {
+            second.thread = std::thread([&] {
                 try {
                     tail = hashPart(path, half, -1, false);
                 } catch (...) {
