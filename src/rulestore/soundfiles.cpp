@@ -42,19 +42,15 @@ QByteArray entryFor(const ContentHash &hash)
            + QByteArray::number(hash.fileBytes) + ' ' + QByteArray::number(hash.logBytes);
 }
 
-// The record's lines, each "HASH FILEBYTES LOGBYTES KEY"; those of other files first as they
-// stand, at most KeptEntries - 1 of them.
-QList<QByteArray> otherEntries(const QByteArray &key)
+// The record's lines, each "HASH FILEBYTES LOGBYTES KEY", the latest first.
+QList<QByteArray> recordLines()
 {
     QFile file(recordPath());
-    QList<QByteArray> lines;
     // A record larger than its entries could ever be is not ours to read.
     if (!file.open(QIODevice::ReadOnly) || file.size() > 64 * 1024)
-        return lines;
-    for (const QByteArray &line : file.readAll().split('\n')) {
-        if (!line.isEmpty() && !line.endsWith(' ' + key) && lines.size() < KeptEntries - 1)
-            lines.append(line);
-    }
+        return {};
+    QList<QByteArray> lines = file.readAll().split('\n');
+    lines.removeAll(QByteArray());
     return lines;
 }
 
@@ -145,22 +141,17 @@ std::optional<ContentHash> contentHash(const QString &path)
 
 bool passedBefore(const QString &path, const ContentHash &hash)
 {
-    QFile file(recordPath());
-    if (!file.open(QIODevice::ReadOnly) || file.size() > 64 * 1024)
-        return false;
-    const QByteArray wanted = entryFor(hash) + ' ' + keyOf(path).toLatin1();
-    for (const QByteArray &line : file.readAll().split('\n')) {
-        if (line == wanted)
-            return true;
-    }
-    return false;
+    return recordLines().contains(entryFor(hash) + ' ' + keyOf(path).toLatin1());
 }
 
 void rememberPassed(const QString &path, const ContentHash &hash)
 {
     const QByteArray key = keyOf(path).toLatin1();
-    QList<QByteArray> lines = otherEntries(key);
-    lines.prepend(entryFor(hash) + ' ' + key);
+    QList<QByteArray> lines{entryFor(hash) + ' ' + key};
+    for (const QByteArray &line : recordLines()) {
+        if (!line.endsWith(' ' + key) && lines.size() < KeptEntries)
+            lines.append(line);
+    }
     // Without a record the next open checks the file again; nothing else depends on it.
     QDir().mkpath(QFileInfo(recordPath()).absolutePath());
     QSaveFile file(recordPath());
