@@ -7,7 +7,6 @@
 #include "rulestore/storemethods.h"
 #include "rulestore/storereservations.h"
 #include "rulestore/storerules.h"
-#include "rulestore/soundfiles.h"
 #include "rulestore/storeschema.h"
 #include "rulestore/storetransfer.h"
 
@@ -186,17 +185,8 @@ bool SqlRuleStore::open(const StoreLocation &loc)
                                          .arg(display, probe.lastError().text()));
             probe.finish();
             // A damaged page reads as missing rows, not as an error: the file is checked before
-            // anything is read from it or written to it. Only bytes that were checked while they
-            // stood still are remembered as sound.
-            QString damage;
-            if (!created) {
-                const auto before = store::contentHash(loc.path);
-                if (!before || !store::passedBefore(loc.path, *before)) {
-                    damage = store::damage(d->db);
-                    if (damage.isEmpty() && before && store::contentHash(loc.path) == before)
-                        store::rememberPassed(loc.path, *before);
-                }
-            }
+            // anything is read from it or written to it.
+            const QString damage = created ? QString() : store::damage(d->db, loc.path);
             if (!damage.isEmpty())
                 refuse(status::Fail, QStringLiteral("%1 is damaged (%2). Nothing was changed. Put back a copy "
                                                     "of the file from a backup; the rule history is kept in "

@@ -1,6 +1,7 @@
 #include "rulestore/storeschema.h"
 
 #include "dataservice/dataservice.h"
+#include "rulestore/soundfiles.h"
 #include "rulestore/storedb.h"
 #include "rulestore/storeerror.h"
 
@@ -197,7 +198,9 @@ bool prepareSchema(StoreDb &db, const QString &display)
     return version == 0;
 }
 
-QString damage(StoreDb &db)
+namespace {
+
+QString quickCheck(StoreDb &db)
 {
     QSqlQuery q(db.db());
     if (!q.exec(QStringLiteral("PRAGMA quick_check")))
@@ -208,6 +211,19 @@ QString damage(StoreDb &db)
     if (problems == QStringList{QStringLiteral("ok")})
         return {};
     return problems.join(QLatin1String("; "));
+}
+
+} // namespace
+
+QString damage(StoreDb &db, const QString &path)
+{
+    const auto before = contentHash(path);
+    if (before && passedBefore(path, *before))
+        return {};
+    const QString found = quickCheck(db);
+    if (found.isEmpty() && before && contentHash(path) == before)
+        rememberPassed(path, *before);
+    return found;
 }
 
 } // namespace qarvo::store

@@ -24,7 +24,9 @@ QStringList layoutStatements(int layout, bool sqlite);
 // one that would need changes is refused.
 bool prepareSchema(StoreDb &db, const QString &display);
 
-// SQLite: what the quick check of every page finds wrong, or an empty string for a sound file.
-QString damage(StoreDb &db);
+// SQLite: what the quick check of every page of the file at `path` finds wrong, or an empty
+// string for a sound file. Bytes that passed the check before are not checked again; only bytes
+// that stood still while they were checked are remembered as sound.
+QString damage(StoreDb &db, const QString &path);
 
 } // namespace qarvo::store
