@@ -4,6 +4,7 @@
 #include "rulestore/storedb.h"
 #include "rulestore/storeerror.h"
 #include "rulestore/storehistory.h"
+#include "rulestore/storelisting.h"
 #include "rulestore/storemethods.h"
 #include "rulestore/storereservations.h"
 #include "rulestore/storerules.h"
@@ -134,6 +135,7 @@ bool SqlRuleStore::open(const StoreLocation &loc)
     const bool sqlite = loc.kind == StoreLocation::Kind::SQLite;
     bool created = false;
     d->db.readOnly = false;
+    d->db.checkedFile.clear();
     if (sqlite) {
         m_lastError = checkSqliteFile(loc, &created, &d->db.readOnly);
         if (!m_lastError.isEmpty())
@@ -192,6 +194,7 @@ bool SqlRuleStore::open(const StoreLocation &loc)
                                                     "of the file from a backup; the rule history is kept in "
                                                     "the same file and cannot help here.")
                                          .arg(display, damage));
+            d->db.checkedFile = store::fileIdentity(QFile::encodeName(loc.path));
         } else {
             d->db.schema = loc.schema;
             d->db.setUpSession();

@@ -19,6 +19,7 @@ public:
     bool inTransaction = false;
     QString schema; // PostgreSQL: the schema every session works in
     QString owner;  // this connection's mark on the ids and names it reserves
+    QByteArray checkedFile; // SQLite: fileIdentity() of the file the store checked and opened
 
     QSqlDatabase db() const { return QSqlDatabase::database(connection, false); }
 

@@ -7,6 +7,10 @@
 
 #include <QSqlDriver>
 
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
+
 #ifdef QARVO_HAVE_SQLITE3
 #include <sqlite3.h>
 #endif
@@ -15,9 +19,14 @@
 #endif
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <string_view>
+#include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -29,11 +38,17 @@ struct Listed
 {
     int id;
     int wql;
+    int nameSize;
+    int commentSize;
     const char *name;
-    qsizetype nameSize;
     const char *comment;
-    qsizetype commentSize;
+    bool ascii; // the name is plain ASCII
 };
+
+bool isAscii(const char *text, qsizetype size)
+{
+    return std::none_of(text, text + size, [](char c) { return (c & 0x80) != 0; });
+}
 
 // A rule in the sort: the eight lower-cased bytes of its name from the depth being sorted on,
 // first byte highest, so that comparing two numbers compares the bytes.
@@ -52,13 +67,19 @@ struct Listing
     TextBlocks<char, 64 * 1024> texts;
     std::vector<Listed> rules;
     std::vector<SortItem> order;
+    // Of a listing read in steps: the steps' rows, emptied, for the next listing to fill.
+    std::vector<std::vector<Listed>> chunks;
     bool allAscii = true;
 
-    void add(int id, int wql, const char *name, qsizetype nameSize, const char *comment, qsizetype commentSize)
+    Listed copied(int id, int wql, const char *name, int nameSize, const char *comment, int commentSize)
     {
-        rules.push_back({id, wql, copy(name, nameSize), nameSize, copy(comment, commentSize), commentSize});
-        if (allAscii)
-            allAscii = std::none_of(name, name + nameSize, [](char c) { return (c & 0x80) != 0; });
+        return {id, wql, nameSize, commentSize, copy(name, nameSize), copy(comment, commentSize),
+                isAscii(name, nameSize)};
+    }
+    void add(int id, int wql, const char *name, int nameSize, const char *comment, int commentSize)
+    {
+        rules.push_back(copied(id, wql, name, nameSize, comment, commentSize));
+        allAscii = allAscii && rules.back().ascii;
     }
     const char *copy(const char *text, qsizetype size) { return size ? texts.at(texts.add(text, size)) : ""; }
     void clear()
@@ -66,27 +87,39 @@ struct Listing
         texts.clear();
         rules.clear();
         order.clear();
+        for (std::vector<Listed> &chunk : chunks)
+            chunk.clear();
         allAscii = true;
     }
     size_t capacity() const
     {
-        return texts.bytes() + rules.capacity() * sizeof(Listed) + order.capacity() * sizeof(SortItem);
+        size_t n = texts.bytes() + rules.capacity() * sizeof(Listed) + order.capacity() * sizeof(SortItem);
+        for (const std::vector<Listed> &chunk : chunks)
+            n += chunk.capacity() * sizeof(Listed);
+        return n;
     }
 };
 
-// Kept in the store rather than the row set's own: a host may hold a row set beyond the store.
+std::shared_ptr<ListingSpare> ListingSpare::shared()
+{
+    static const auto spare = std::make_shared<ListingSpare>();
+    return spare;
+}
+
 void ListingSpare::giveBack(std::unique_ptr<Listing> listing)
 {
     // A store of millions of rules lets its memory go instead.
     constexpr size_t Kept = 64 * 1024 * 1024;
     if (listing->capacity() <= Kept) {
         listing->clear();
+        std::lock_guard lock(m_mutex);
         m_listing = std::move(listing);
     }
 }
 
 std::unique_ptr<Listing> ListingSpare::take()
 {
+    std::lock_guard lock(m_mutex);
     return m_listing ? std::move(m_listing) : std::make_unique<Listing>();
 }
 
@@ -105,6 +138,39 @@ QString nameText(const Listed &r)
 constexpr unsigned char lowerAscii(unsigned char c)
 {
     return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c;
+}
+
+// QChar's case folding, except for the two signs that fold into ASCII letters, the long s and the
+// Kelvin sign: they keep their own place after every ASCII character, as all other non-ASCII
+// characters do. So a name holding any non-ASCII character stands between the same two ASCII
+// names in this order as in the database's, which folds ASCII letters only.
+char32_t folded(char32_t c)
+{
+    if (c < 0x80)
+        return lowerAscii(static_cast<unsigned char>(c));
+    const char32_t f = QChar::toCaseFolded(c);
+    return f < 0x80 ? c : f;
+}
+
+char32_t nextPoint(QStringView s, qsizetype &i)
+{
+    const QChar c = s[i++];
+    if (c.isHighSurrogate() && i < s.size() && s[i].isLowSurrogate())
+        return QChar::surrogateToUcs4(c, s[i++]);
+    return c.unicode();
+}
+
+int foldedCompare(QStringView a, QStringView b)
+{
+    qsizetype i = 0;
+    qsizetype j = 0;
+    while (i < a.size() && j < b.size()) {
+        const char32_t ca = folded(nextPoint(a, i));
+        const char32_t cb = folded(nextPoint(b, j));
+        if (ca != cb)
+            return ca < cb ? -1 : 1;
+    }
+    return int(i < a.size()) - int(j < b.size());
 }
 
 // The full order of two all-ASCII names, where lower-casing each byte orders them as QString's
@@ -225,6 +291,28 @@ void sortNames(Listing &l)
     });
 }
 
+QVariant fieldOf(const Listed &r, const QString &name, bool withWql)
+{
+    if (name == QLatin1String("rule_name"))
+        return nameText(r);
+    if (name == QLatin1String("rule_comment"))
+        return QString::fromUtf8(r.comment, r.commentSize);
+    if (name == QLatin1String("rule_id"))
+        return ruleIdText(r.id);
+    if (withWql && name == QLatin1String("rule_wql"))
+        return r.wql;
+    throw DataServiceError(status::Fail, QStringLiteral("no field named ") + name);
+}
+
+void giveBack(std::unique_ptr<Listing> &listing, const std::weak_ptr<ListingSpare> &spare)
+{
+    if (!listing)
+        return;
+    if (const auto s = spare.lock())
+        s->giveBack(std::move(listing));
+    listing.reset();
+}
+
 // The answer as the control reads it, a row at a time. Once read, its memory goes back to the
 // store for the next listing.
 class ListedRowSet final : public RowSet
@@ -250,28 +338,9 @@ public:
         ++m_pos;
     }
 
-    QVariant field(const QString &name) override
-    {
-        const Listed &r = current();
-        if (name == QLatin1String("rule_name"))
-            return nameText(r);
-        if (name == QLatin1String("rule_comment"))
-            return QString::fromUtf8(r.comment, r.commentSize);
-        if (name == QLatin1String("rule_id"))
-            return ruleIdText(r.id);
-        if (m_withWql && name == QLatin1String("rule_wql"))
-            return r.wql;
-        throw DataServiceError(status::Fail, QStringLiteral("no field named ") + name);
-    }
+    QVariant field(const QString &name) override { return fieldOf(current(), name, m_withWql); }
 
-    void close() override
-    {
-        if (!m_l)
-            return;
-        if (const auto spare = m_spare.lock())
-            spare->giveBack(std::move(m_l));
-        m_l.reset();
-    }
+    void close() override { giveBack(m_l, m_spare); }
 
 private:
     const Listed &current() const
@@ -307,6 +376,276 @@ Handle *driverHandle(StoreDb &db, std::initializer_list<const char *> typeNames)
 }
 
 #ifdef QARVO_HAVE_SQLITE3
+// Each name turned into a QString once, not at every comparison: a store whose names are all
+// beyond ASCII is one group.
+void sortGroup(std::vector<Listed> &group)
+{
+    if (group.size() < 2)
+        return;
+    if (std::all_of(group.begin(), group.end(), [](const Listed &r) { return r.ascii; })) {
+        std::sort(group.begin(), group.end(), asciiLess);
+        return;
+    }
+    std::vector<std::pair<QString, Listed>> named;
+    named.reserve(group.size());
+    for (const Listed &r : group)
+        named.emplace_back(nameText(r), r);
+    std::sort(named.begin(), named.end(), [](const auto &a, const auto &b) {
+        return nameLess(a.first, a.second.id, b.first, b.second.id);
+    });
+    for (size_t i = 0; i < named.size(); ++i)
+        group[i] = named[i].second;
+}
+
+// SQLite's NOCASE comparison says these are equal: ASCII letters folded, bytes compared up to
+// the first NUL, and the same length.
+bool nocaseEqual(const Listed &a, const Listed &b)
+{
+    if (a.nameSize != b.nameSize)
+        return false;
+    for (int i = 0; i < a.nameSize; ++i) {
+        const auto ca = static_cast<unsigned char>(a.name[i]);
+        if (lowerAscii(ca) != lowerAscii(static_cast<unsigned char>(b.name[i])))
+            return false;
+        if (ca == 0)
+            return true;
+    }
+    return true;
+}
+
+// A listing read from the database on a thread of its own, on a connection of its own, while
+// the control reads the rows already there: the index keeps the rules in NOCASE order, which
+// is this store's order for ASCII names. Where the two orders part, the rows concerned stand next
+// to each other in the database's order (names the same but for ASCII case, and names holding
+// other characters, which sit between the same two ASCII names in both orders), so each such
+// group is sorted before it is handed on.
+class StreamedRowSet final : public RowSet
+{
+public:
+    StreamedRowSet(std::unique_ptr<Listing> listing, bool withWql, std::weak_ptr<ListingSpare> spare)
+        : m_l(std::move(listing)), m_spare(std::move(spare)), m_withWql(withWql)
+    {
+    }
+    ~StreamedRowSet() override { close(); }
+
+    // False when the database could not be read this way; the rows are then read at once.
+    bool start(const QByteArray &path, const QByteArray &identity, qint16 category)
+    {
+        // Before the file is opened, and again once it is: whatever is put in the store's place
+        // later makes no difference to an open connection.
+        if (fileIdentity(path) != identity)
+            return false;
+        try {
+            m_thread = std::thread([this, path, category] { produce(path, category); });
+        } catch (const std::system_error &) {
+            return false;
+        }
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_started; });
+        if ((m_firstStep == SQLITE_ROW || m_firstStep == SQLITE_DONE) && fileIdentity(path) == identity)
+            return true;
+        m_stop = true;
+        lock.unlock();
+        m_thread.join();
+        return false;
+    }
+
+    bool atEnd() override
+    {
+        if (!m_l)
+            throw DataServiceError(status::Fail, QStringLiteral("row set is closed"));
+        return !haveRow();
+    }
+
+    void moveNext() override
+    {
+        current();
+        ++m_pos;
+    }
+
+    QVariant field(const QString &name) override { return fieldOf(current(), name, m_withWql); }
+
+    void close() override
+    {
+        if (m_thread.joinable()) {
+            m_stop = true;
+            m_thread.join();
+        }
+        if (m_l) {
+            for (std::vector<Listed> &chunk : m_chunks)
+                m_l->chunks.push_back(std::move(chunk));
+            m_chunks.clear();
+        }
+        giveBack(m_l, m_spare);
+    }
+
+private:
+    bool haveRow()
+    {
+        if (m_pos < m_count)
+            return true;
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_taken < m_chunks.size() || m_done; });
+        if (m_taken < m_chunks.size()) {
+            // The producer never touches a chunk once it is here, nor moves its rows.
+            const std::vector<Listed> &chunk = m_chunks[m_taken++];
+            m_rows = chunk.data();
+            m_count = chunk.size();
+            m_pos = 0;
+            return true;
+        }
+        if (!m_error.isEmpty())
+            throw DataServiceError(status::Fail, m_error);
+        return false;
+    }
+
+    const Listed &current()
+    {
+        if (!m_l || !haveRow())
+            throw DataServiceError(status::Fail, QStringLiteral("no current row"));
+        return m_rows[m_pos];
+    }
+
+    void produce(const QByteArray &path, qint16 category)
+    {
+        sqlite3 *h = nullptr;
+        sqlite3_stmt *st = nullptr;
+        int rc = sqlite3_open_v2(path.constData(), &h, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
+        if (rc == SQLITE_OK) {
+            sqlite3_busy_timeout(h, 10000);
+            // The rows are read once, in the order of the index's pages: a few pages of cache
+            // serve as well as the default two megabytes, and touch far less fresh memory.
+            sqlite3_exec(h, "PRAGMA cache_size = 64", nullptr, nullptr, nullptr);
+            rc = sqlite3_prepare_v2(h, ListQuerySqlite, -1, &st, nullptr);
+        }
+        if (rc == SQLITE_OK) {
+            sqlite3_bind_int(st, 1, category);
+            rc = sqlite3_step(st);
+        }
+        {
+            // From the first step on, the rows are those of the store as it was during the call.
+            std::lock_guard lock(m_mutex);
+            m_started = true;
+            m_firstStep = rc;
+        }
+        m_changed.notify_all();
+        QString error;
+        if (rc == SQLITE_ROW || rc == SQLITE_DONE) {
+            try {
+                rc = readAll(st, rc);
+                if (rc != SQLITE_DONE && !m_stop)
+                    error = QString::fromUtf8(sqlite3_errmsg(h));
+            } catch (const std::bad_alloc &) {
+                error = QStringLiteral("out of memory");
+            }
+        }
+        sqlite3_finalize(st);
+        sqlite3_close(h);
+        {
+            std::lock_guard lock(m_mutex);
+            m_done = true;
+            m_error = error;
+        }
+        m_changed.notify_all();
+    }
+
+    int readAll(sqlite3_stmt *st, int rc)
+    {
+        std::vector<Listed> group;
+        std::vector<Listed> chunk = freshChunk();
+        size_t chunkRows = FirstChunk;
+        Listed head{}; // the group's first ASCII row
+        bool haveHead = false;
+        const auto flush = [&] {
+            sortGroup(group);
+            chunk.insert(chunk.end(), group.begin(), group.end());
+            group.clear();
+        };
+        for (; rc == SQLITE_ROW && !m_stop; rc = sqlite3_step(st)) {
+            const auto *name = reinterpret_cast<const char *>(sqlite3_column_text(st, 1));
+            const int nameSize = sqlite3_column_bytes(st, 1);
+            const auto *comment = reinterpret_cast<const char *>(sqlite3_column_text(st, 2));
+            const int commentSize = sqlite3_column_bytes(st, 2);
+            const Listed r = m_l->copied(sqlite3_column_int(st, 0), sqlite3_column_int(st, 3), name ? name : "",
+                                         nameSize, comment ? comment : "", commentSize);
+            if (r.ascii && !(haveHead && nocaseEqual(head, r))) {
+                flush();
+                if (chunk.size() >= chunkRows) {
+                    publish(chunk);
+                    chunk = freshChunk();
+                    chunkRows = std::min(chunkRows * 2, LargestChunk);
+                }
+                head = r;
+                haveHead = true;
+            }
+            group.push_back(r);
+        }
+        flush();
+        publish(chunk);
+        return rc;
+    }
+
+    // Memory an earlier listing filled where there is some: pages touched for the first time cost
+    // more than the copying into them.
+    std::vector<Listed> freshChunk()
+    {
+        std::vector<Listed> chunk;
+        if (!m_l->chunks.empty()) {
+            chunk = std::move(m_l->chunks.back());
+            m_l->chunks.pop_back();
+        }
+        chunk.reserve(LargestChunk);
+        return chunk;
+    }
+
+    void publish(std::vector<Listed> &chunk)
+    {
+        if (chunk.empty())
+            return;
+        {
+            std::lock_guard lock(m_mutex);
+            m_chunks.push_back(std::move(chunk));
+        }
+        m_changed.notify_all();
+    }
+
+    // The first rows reach the control soon; later ones in larger steps.
+    static constexpr size_t FirstChunk = 128;
+    static constexpr size_t LargestChunk = 8192;
+
+    std::unique_ptr<Listing> m_l; // its texts are written by the producer alone; null once closed
+    std::weak_ptr<ListingSpare> m_spare;
+    bool m_withWql;
+    std::thread m_thread;
+    std::atomic<bool> m_stop{false};
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_started = false;
+    int m_firstStep = SQLITE_OK;
+    std::vector<std::vector<Listed>> m_chunks;
+    bool m_done = false;
+    QString m_error;
+
+    // The reader's place, in the chunk it took last.
+    size_t m_taken = 0;
+    const Listed *m_rows = nullptr;
+    size_t m_count = 0;
+    size_t m_pos = 0;
+};
+
+std::unique_ptr<RowSet> streamWithSqlite(StoreDb &db, qint16 category, const std::shared_ptr<ListingSpare> &spare)
+{
+    sqlite3 *h = driverHandle<sqlite3>(db, {"sqlite3*"});
+    const char *file = h ? sqlite3_db_filename(h, "main") : nullptr;
+    if (!file || !*file || db.checkedFile.isEmpty())
+        return nullptr;
+    auto rows = std::make_unique<StreamedRowSet>(spare->take(), category == category::WMI, spare);
+    if (!rows->start(QByteArray(file), db.checkedFile, category))
+        return nullptr;
+    return rows;
+}
+
 bool listWithSqlite(StoreDb &db, qint16 category, Listing &out)
 {
     sqlite3 *h = driverHandle<sqlite3>(db, {"sqlite3*"});
@@ -379,17 +718,29 @@ void listWithQt(StoreDb &db, qint16 category, Listing &out)
     while (q.next()) {
         const QByteArray name = q.value(1).toString().toUtf8();
         const QByteArray comment = q.value(2).toString().toUtf8();
-        out.add(q.value(0).toInt(), q.value(3).toInt(), name.constData(), name.size(), comment.constData(),
-                comment.size());
+        out.add(q.value(0).toInt(), q.value(3).toInt(), name.constData(), int(name.size()), comment.constData(),
+                int(comment.size()));
     }
     q.finish();
 }
 
 } // namespace
 
+QByteArray fileIdentity(const QByteArray &path)
+{
+#ifdef Q_OS_UNIX
+    struct stat st;
+    if (!path.isEmpty() && ::stat(path.constData(), &st) == 0)
+        return QByteArray::number(quint64(st.st_dev)) + ':' + QByteArray::number(quint64(st.st_ino));
+#else
+    Q_UNUSED(path);
+#endif
+    return {};
+}
+
 bool nameLess(const QString &a, int idA, const QString &b, int idB)
 {
-    if (const int c = a.compare(b, Qt::CaseInsensitive))
+    if (const int c = foldedCompare(a, b))
         return c < 0;
     if (const int c = a.compare(b))
         return c < 0;
@@ -401,6 +752,12 @@ ListingSpare::~ListingSpare() = default;
 
 std::unique_ptr<RowSet> listRules(StoreDb &db, qint16 category, const std::shared_ptr<ListingSpare> &spare)
 {
+#ifdef QARVO_HAVE_SQLITE3
+    if (db.sqlite) {
+        if (auto rows = streamWithSqlite(db, category, spare))
+            return rows;
+    }
+#endif
     std::unique_ptr<Listing> listing = spare->take();
     bool done = false;
 #ifdef QARVO_HAVE_SQLITE3

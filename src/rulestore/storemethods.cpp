@@ -58,7 +58,7 @@ Reply yesNo(bool taken)
 
 } // namespace
 
-Methods::Methods(StoreDb &db) : m_db(db), m_listingSpare(std::make_shared<ListingSpare>()) {}
+Methods::Methods(StoreDb &db) : m_db(db), m_listingSpare(ListingSpare::shared()) {}
 
 const Methods::Entry *Methods::find(const QString &name)
 {

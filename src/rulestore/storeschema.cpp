@@ -3,6 +3,7 @@
 #include "dataservice/dataservice.h"
 #include "rulestore/soundfiles.h"
 #include "rulestore/storedb.h"
+#include "rulestore/storelisting.h"
 #include "rulestore/storeerror.h"
 
 #include <QSqlError>
@@ -95,6 +96,15 @@ const QStringList ownTables = {QStringLiteral("schema_version"), QStringLiteral(
                                QStringLiteral("id_reservations"), QStringLiteral("name_reservations"),
                                QStringLiteral("store_settings")};
 
+// SQLite: the index the lists are read from in order. It is no step of a layout: an older qarvo
+// keeps it up to date without knowing of it, and a store without it lists all the same.
+void addListIndex(StoreDb &db)
+{
+    if (db.sqlite && !db.readOnly
+        && !db.exists("SELECT 1 FROM sqlite_master WHERE type = 'index' AND name = 'rules_listed'", {}))
+        db.plain(QString::fromLatin1(ListIndexSqlite));
+}
+
 QStringList existingTables(StoreDb &db)
 {
     QSqlQuery q = db.sqlite
@@ -177,6 +187,7 @@ bool prepareSchema(StoreDb &db, const QString &display)
         // A role that may read but not write the tables is a read-only store as well.
         if (!db.sqlite && !db.readOnly && !db.value("SELECT has_table_privilege('rules', 'INSERT')").toBool())
             db.readOnly = true;
+        addListIndex(db);
         tx.commit();
         return false;
     }
@@ -194,6 +205,7 @@ bool prepareSchema(StoreDb &db, const QString &display)
         db.exec("INSERT INTO schema_version (version) VALUES (?)", {LatestLayout});
     else
         db.exec("UPDATE schema_version SET version = ?", {LatestLayout});
+    addListIndex(db);
     tx.commit();
     return version == 0;
 }

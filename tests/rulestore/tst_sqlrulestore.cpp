@@ -1,6 +1,7 @@
 #include "storefixture.h"
 
 #include "dataservice/ruleid.h"
+#include "rulestore/storelisting.h"
 #include "rulestore/storeschema.h"
 
 #include <QSqlDatabase>
@@ -182,6 +183,14 @@ private Q_SLOTS:
             stored << QStringLiteral("Health rule %1").arg(i) << QStringLiteral("health RULE %1_").arg(i * 7);
         stored << "Health" << "Health r" << "HEALTH R" << "health rule 1Z" << "Health rule 1z" << "Health rule 1_"
                << QString(40, u'x') + "B" << QString(40, u'X') + "a" << "A" << "_";
+        // Letters beyond ASCII fold as Unicode folds them, also between ASCII names that differ
+        // only in case; the Kelvin sign and the long s, which fold into ASCII letters, stay
+        // after every ASCII character.
+        const QStringList beyondAscii = {QStringLiteral("\u00e9clair"), QStringLiteral("\u00c9clair b"), "Eclair", "Ezra",
+                                         QStringLiteral("Health rule 1\u00e9"), QStringLiteral("HEALTH RULE 1\u00c9a"),
+                                         QStringLiteral("\u212aelvin"), "kelvin", "Kz", QStringLiteral("\u017fun"), "sun",
+                                         QStringLiteral("\U0001F600 smile"), QStringLiteral("\uFF21 wide")};
+        stored << beyondAscii;
         QStringList values;
         for (int i = 0; i < stored.size(); ++i)
             values << QStringLiteral("(6, %1, '%2', 'c%1%4', %3, '', '')")
@@ -195,12 +204,17 @@ private Q_SLOTS:
         QCOMPARE(m_fx.count(QStringLiteral("rules")), int(values.size()));
 
         QStringList expected = stored;
-        std::sort(expected.begin(), expected.end(), [](const QString &a, const QString &b) {
-            const int c = a.compare(b, Qt::CaseInsensitive);
-            return c ? c < 0 : a < b;
-        });
+        std::sort(expected.begin(), expected.end(),
+                  [](const QString &a, const QString &b) { return store::nameLess(a, 0, b, 0); });
         for (int pass = 0; pass < 2; ++pass)
             QCOMPARE(names(store.get()), expected);
+        QStringList shown = names(store.get());
+        shown.removeIf([&](const QString &name) { return !beyondAscii.contains(name); });
+        QCOMPARE(shown, (QStringList{"Eclair", "Ezra", QStringLiteral("Health rule 1\u00e9"),
+                                     QStringLiteral("HEALTH RULE 1\u00c9a"), "kelvin", "Kz", "sun",
+                                     QStringLiteral("\u00e9clair"), QStringLiteral("\u00c9clair b"), QStringLiteral("\u017fun"),
+                                     QStringLiteral("\u212aelvin"), QStringLiteral("\uFF21 wide"),
+                                     QStringLiteral("\U0001F600 smile")}));
 
         // Each row keeps its own fields, and the rows behave as any row set does.
         Reply list = calls::GetWMIRules(store.get());

@@ -246,6 +246,57 @@ private Q_SLOTS:
         QVERIFY(!store::contentHash(m_dir.filePath(QStringLiteral("missing.sqlite"))));
     }
 
+    // A list is read on a connection of its own: from the file the store checked, as it stood
+    // during the call, and to its end whatever becomes of the store meanwhile.
+    void listsComeFromTheCheckedFileAsItWasAtTheCall()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("listed.sqlite"));
+        const QString other = m_dir.filePath(QStringLiteral("other.sqlite"));
+        const auto add = [](SqlRuleStore &s, int id) {
+            return calls::AddWMIRule(&s, wmiRow(id, QStringLiteral("Rule %1").arg(id, 3, 10, QLatin1Char('0')), 0));
+        };
+        const auto listed = [](Reply reply) { return rowTexts(reply, {QStringLiteral("rule_name")}); };
+        {
+            SqlRuleStore s;
+            QVERIFY(s.open(other));
+            QCOMPARE(add(s, 999), status::Ok);
+        }
+        {
+            SqlRuleStore s;
+            QVERIFY(s.open(path));
+        }
+        // A store from before the list's index gets it on the next open that may write.
+        queryOnce(path, QStringLiteral("DROP INDEX rules_listed"));
+        auto store = std::make_unique<SqlRuleStore>();
+        QVERIFY(store->open(path));
+        QCOMPARE(queryOnce(path, QStringLiteral("SELECT COUNT(*) FROM sqlite_master WHERE name = 'rules_listed'")).toInt(), 1);
+        QStringList expected;
+        for (int id = 1; id <= 300; ++id) { // more rows than the first step hands on
+            QCOMPARE(add(*store, id), status::Ok);
+            expected << QStringLiteral("Rule %1").arg(id, 3, 10, QLatin1Char('0'));
+        }
+
+        Reply atCall = calls::GetWMIRules(store.get());
+        QCOMPARE(add(*store, 301), status::Ok);
+        Reply abandoned = calls::GetWMIRules(store.get());
+        {
+            RowReader rows(abandoned);
+            QCOMPARE(rows.text(QStringLiteral("rule_name")), expected.first());
+            rows.close();
+        }
+        QCOMPARE(listed(std::move(atCall)), expected);
+        expected << QStringLiteral("Rule 301");
+
+        // Another file put in the store's place is not read, even with nothing of the store's
+        // left in the log beside it.
+        queryOnce(path, QStringLiteral("PRAGMA wal_checkpoint(TRUNCATE)"));
+        QVERIFY(QFile::rename(path, path + QStringLiteral(".moved")) && QFile::copy(other, path));
+        QCOMPARE(listed(calls::GetWMIRules(store.get())), expected);
+        Reply outlivesStore = calls::GetWMIRules(store.get());
+        store.reset();
+        QCOMPARE(listed(std::move(outlivesStore)), expected);
+    }
+
     // Root may write anything, so a root test run opens the store as an unprivileged user.
     void readOnlyStoreOpensForReadingOnly()
     {
