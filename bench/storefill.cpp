@@ -113,7 +113,7 @@ std::unique_ptr<SqlRuleStore> filledStore(const QString &location, int rules)
 int listWithSqlite(sqlite3 *db)
 {
     sqlite3_stmt *statement = nullptr;
-    if (sqlite3_prepare_v2(db, store::ListQuery, -1, &statement, nullptr) != SQLITE_OK)
+    if (sqlite3_prepare_v2(db, store::ListQuerySqlite, -1, &statement, nullptr) != SQLITE_OK)
         return -1;
     sqlite3_bind_int(statement, 1, category::WMI);
     int rows = 0;

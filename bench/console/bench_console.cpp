@@ -141,8 +141,9 @@ int main(int argc, char **argv)
 
     bench::RatioReporter r;
     bench::runAll(argc, argv, r, true);
-    bench::printRatio("console_start_100k", r.cpu("BM_ConsoleStart"), r.cpu("BM_SQLiteAndEmptyWindow"), 1.5);
-    bench::printRatio("console_start_changed_100k", r.cpu("BM_ConsoleStartAfterChange"),
-                      r.cpu("BM_SQLiteAndEmptyWindow"), 1.5);
+    // Wall-clock time: the store reads the list on a thread of its own while the console fills it.
+    bench::printRatio("console_start_100k", r.real("BM_ConsoleStart"), r.real("BM_SQLiteAndEmptyWindow"), 1.5);
+    bench::printRatio("console_start_changed_100k", r.real("BM_ConsoleStartAfterChange"),
+                      r.real("BM_SQLiteAndEmptyWindow"), 1.5);
     return 0;
 }

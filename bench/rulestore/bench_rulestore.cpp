@@ -170,8 +170,9 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     bench::RatioReporter r;
     bench::runAll(argc, argv, r);
-    bench::printRatio("store_list_sqlite_100k", r.cpu("BM_StoreListSQLite"), r.cpu("BM_SQLiteCApi"), 2.0);
-    // Wall-clock time: the server's share of the work counts on both sides.
+    // Wall-clock time: the SQLite store steps the query on a thread of its own while the rows are
+    // read, and the server's share of the work counts on both sides.
+    bench::printRatio("store_list_sqlite_100k", r.real("BM_StoreListSQLite"), r.real("BM_SQLiteCApi"), 2.0);
     bench::printRatio("store_list_postgresql_100k", r.real("BM_StoreListPostgreSQL"),
                       r.real("BM_PostgreSQLLibpq"), 2.0);
     if (SqlRuleStore *store = postgresStore()) {
