@@ -76,10 +76,14 @@ struct Listing
         return {id, wql, nameSize, commentSize, copy(name, nameSize), copy(comment, commentSize),
                 isAscii(name, nameSize)};
     }
+    void add(const Listed &r)
+    {
+        rules.push_back(r);
+        allAscii = allAscii && r.ascii;
+    }
     void add(int id, int wql, const char *name, int nameSize, const char *comment, int commentSize)
     {
-        rules.push_back(copied(id, wql, name, nameSize, comment, commentSize));
-        allAscii = allAscii && rules.back().ascii;
+        add(copied(id, wql, name, nameSize, comment, commentSize));
     }
     const char *copy(const char *text, qsizetype size) { return size ? texts.at(texts.add(text, size)) : ""; }
     void clear()
@@ -376,6 +380,18 @@ Handle *driverHandle(StoreDb &db, std::initializer_list<const char *> typeNames)
 }
 
 #ifdef QARVO_HAVE_SQLITE3
+// The row `st` stands on, its texts copied into `l`.
+Listed copiedRow(Listing &l, sqlite3_stmt *st)
+{
+    // The text first, then its size: the order in which SQLite keeps the pointer valid.
+    const auto *name = reinterpret_cast<const char *>(sqlite3_column_text(st, 1));
+    const int nameSize = sqlite3_column_bytes(st, 1);
+    const auto *comment = reinterpret_cast<const char *>(sqlite3_column_text(st, 2));
+    const int commentSize = sqlite3_column_bytes(st, 2);
+    return l.copied(sqlite3_column_int(st, 0), sqlite3_column_int(st, 3), name ? name : "", nameSize,
+                    comment ? comment : "", commentSize);
+}
+
 // Each name turned into a QString once, not at every comparison: a store whose names are all
 // beyond ASCII is one group.
 void sortGroup(std::vector<Listed> &group)
@@ -562,12 +578,7 @@ private:
             group.clear();
         };
         for (; rc == SQLITE_ROW && !m_stop; rc = sqlite3_step(st)) {
-            const auto *name = reinterpret_cast<const char *>(sqlite3_column_text(st, 1));
-            const int nameSize = sqlite3_column_bytes(st, 1);
-            const auto *comment = reinterpret_cast<const char *>(sqlite3_column_text(st, 2));
-            const int commentSize = sqlite3_column_bytes(st, 2);
-            const Listed r = m_l->copied(sqlite3_column_int(st, 0), sqlite3_column_int(st, 3), name ? name : "",
-                                         nameSize, comment ? comment : "", commentSize);
+            const Listed r = copiedRow(*m_l, st);
             if (r.ascii && !(haveHead && nocaseEqual(head, r))) {
                 flush();
                 if (chunk.size() >= chunkRows) {
@@ -656,15 +667,8 @@ bool listWithSqlite(StoreDb &db, qint16 category, Listing &out)
         listingFailed(db, QString::fromUtf8(sqlite3_errmsg(h)));
     sqlite3_bind_int(st, 1, category);
     int rc;
-    while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
-        // The text first, then its size: the order in which SQLite keeps the pointer valid.
-        const auto *name = reinterpret_cast<const char *>(sqlite3_column_text(st, 1));
-        const int nameSize = sqlite3_column_bytes(st, 1);
-        const auto *comment = reinterpret_cast<const char *>(sqlite3_column_text(st, 2));
-        const int commentSize = sqlite3_column_bytes(st, 2);
-        out.add(sqlite3_column_int(st, 0), sqlite3_column_int(st, 3), name ? name : "", nameSize,
-                comment ? comment : "", commentSize);
-    }
+    while ((rc = sqlite3_step(st)) == SQLITE_ROW)
+        out.add(copiedRow(out, st));
     if (rc != SQLITE_DONE) {
         const QString message = QString::fromUtf8(sqlite3_errmsg(h));
         sqlite3_finalize(st);
