@@ -297,6 +297,40 @@ private Q_SLOTS:
         QCOMPARE(listed(std::move(outlivesStore)), expected);
     }
 
+    // A page that goes bad after the store was opened ends the list where it is met, as a fault of
+    // the row set, not as a list cut short.
+    void pageDamagedWhileListedEndsTheRowsWithAFault()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("going-bad.sqlite"));
+        {
+            SqlRuleStore s;
+            QVERIFY(s.open(path));
+        }
+        queryOnce(path, QStringLiteral("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000)"
+                                       " INSERT INTO rules SELECT 6, i, 'Rule ' || i, 'comment', 0, '', '' FROM n"));
+        SqlRuleStore store;
+        QVERIFY(store.open(path));
+        queryOnce(path, QStringLiteral("PRAGMA wal_checkpoint(TRUNCATE)"));
+        const int page = queryOnce(path, QStringLiteral("SELECT pageno FROM dbstat WHERE name = 'rules_listed' AND pagetype = 'leaf'"
+                                                        " ORDER BY path LIMIT 1 OFFSET 5"))
+                             .toInt();
+        QFile f(path);
+        QVERIFY(page > 1 && f.open(QIODevice::ReadWrite) && f.seek(qint64(page - 1) * 4096));
+        f.write(QByteArray(4096, '\x5a'));
+        f.close();
+
+        Reply list = calls::GetWMIRules(&store);
+        QVERIFY(!list.failed());
+        int read = 0;
+        try {
+            forEachRow(list, [&](RowReader &) { ++read; });
+            QFAIL("the list ended as if whole");
+        } catch (const DataServiceError &e) {
+            QVERIFY2(e.detail().contains(QLatin1String("malformed")), e.what());
+        }
+        QVERIFY(read > 0 && read < 2000);
+    }
+
     // Root may write anything, so a root test run opens the store as an unprivileged user.
     void readOnlyStoreOpensForReadingOnly()
     {
