@@ -754,8 +754,9 @@ bool nameLess(const QString &a, int idA, const QString &b, int idB)
 ListingSpare::ListingSpare() = default;
 ListingSpare::~ListingSpare() = default;
 
-std::unique_ptr<RowSet> listRules(StoreDb &db, qint16 category, const std::shared_ptr<ListingSpare> &spare)
+std::unique_ptr<RowSet> listRules(StoreDb &db, qint16 category)
 {
+    const std::shared_ptr<ListingSpare> spare = ListingSpare::shared();
 #ifdef QARVO_HAVE_SQLITE3
     if (db.sqlite) {
         if (auto rows = streamWithSqlite(db, category, spare))

@@ -60,6 +60,6 @@ private:
 
 // Every rule of `category` in nameLess() order. The rows hold rule_wql (WMI rules only), rule_name,
 // rule_comment and rule_id, the id as nine digits.
-std::unique_ptr<RowSet> listRules(StoreDb &db, qint16 category, const std::shared_ptr<ListingSpare> &spare);
+std::unique_ptr<RowSet> listRules(StoreDb &db, qint16 category);
 
 } // namespace qarvo::store

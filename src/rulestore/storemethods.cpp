@@ -58,7 +58,7 @@ Reply yesNo(bool taken)
 
 } // namespace
 
-Methods::Methods(StoreDb &db) : m_db(db), m_listingSpare(ListingSpare::shared()) {}
+Methods::Methods(StoreDb &db) : m_db(db) {}
 
 const Methods::Entry *Methods::find(const QString &name)
 {
@@ -93,14 +93,14 @@ const Methods::Entry *Methods::find(const QString &name)
 Reply Methods::getWMIRules(const ArgList &)
 {
     Reply r;
-    r.rows = listRules(m_db, category::WMI, m_listingSpare);
+    r.rows = listRules(m_db, category::WMI);
     return r;
 }
 
 Reply Methods::getRQCRule(const ArgList &)
 {
     Reply r;
-    r.rows = listRules(m_db, category::NAQC, m_listingSpare);
+    r.rows = listRules(m_db, category::NAQC);
     return r;
 }
 

@@ -13,7 +13,6 @@
 namespace qarvo::store {
 
 class StoreDb;
-class ListingSpare;
 
 class Methods
 {
@@ -54,7 +53,6 @@ private:
     Reply deleteRule(const ArgList &args, qint16 category);
 
     StoreDb &m_db;
-    std::shared_ptr<ListingSpare> m_listingSpare;
     std::optional<qint64> m_paceSecond;
     int m_madeWmiRule = -1; // the WMI rule whose row this connection made last
 };
