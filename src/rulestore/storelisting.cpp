@@ -277,22 +277,27 @@ void sortAsciiNames(const std::vector<Listed> &rules, std::vector<SortItem> &ite
     }
 }
 
+// Names beyond ASCII: each turned into a QString once, not at every comparison.
+void sortByNameText(const std::vector<Listed> &rules, std::vector<SortItem> &items)
+{
+    std::vector<QString> names;
+    names.reserve(rules.size());
+    for (const Listed &r : rules)
+        names.push_back(nameText(r));
+    std::sort(items.begin(), items.end(), [&](const SortItem &a, const SortItem &b) {
+        return nameLess(names[a.rule], rules[a.rule].id, names[b.rule], rules[b.rule].id);
+    });
+}
+
 void sortNames(Listing &l)
 {
     l.order.resize(l.rules.size());
     for (size_t i = 0; i < l.rules.size(); ++i)
         l.order[i] = {l.allAscii ? keyAt(l.rules[i], 0) : 0, quint32(i)};
-    if (l.allAscii) {
+    if (l.allAscii)
         sortAsciiNames(l.rules, l.order);
-        return;
-    }
-    std::vector<QString> names;
-    names.reserve(l.rules.size());
-    for (const Listed &r : l.rules)
-        names.push_back(nameText(r));
-    std::sort(l.order.begin(), l.order.end(), [&](const SortItem &a, const SortItem &b) {
-        return nameLess(names[a.rule], l.rules[a.rule].id, names[b.rule], l.rules[b.rule].id);
-    });
+    else
+        sortByNameText(l.rules, l.order);
 }
 
 QVariant fieldOf(const Listed &r, const QString &name, bool withWql)
@@ -392,8 +397,7 @@ Listed copiedRow(Listing &l, sqlite3_stmt *st)
                     comment ? comment : "", commentSize);
 }
 
-// Each name turned into a QString once, not at every comparison: a store whose names are all
-// beyond ASCII is one group.
+// A store whose names are all beyond ASCII is one group.
 void sortGroup(std::vector<Listed> &group)
 {
     if (group.size() < 2)
@@ -402,15 +406,15 @@ void sortGroup(std::vector<Listed> &group)
         std::sort(group.begin(), group.end(), asciiLess);
         return;
     }
-    std::vector<std::pair<QString, Listed>> named;
-    named.reserve(group.size());
-    for (const Listed &r : group)
-        named.emplace_back(nameText(r), r);
-    std::sort(named.begin(), named.end(), [](const auto &a, const auto &b) {
-        return nameLess(a.first, a.second.id, b.first, b.second.id);
-    });
-    for (size_t i = 0; i < named.size(); ++i)
-        group[i] = named[i].second;
+    std::vector<SortItem> order(group.size());
+    for (size_t i = 0; i < group.size(); ++i)
+        order[i] = {0, quint32(i)};
+    sortByNameText(group, order);
+    std::vector<Listed> sorted;
+    sorted.reserve(group.size());
+    for (const SortItem &item : order)
+        sorted.push_back(group[item.rule]);
+    group = std::move(sorted);
 }
 
 // SQLite's NOCASE comparison says these are equal: ASCII letters folded, bytes compared up to
