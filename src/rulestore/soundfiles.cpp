@@ -8,8 +8,17 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <thread>
+
+#ifdef Q_OS_UNIX
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 #ifdef QARVO_HAVE_XXHASH
 #define XXH_INLINE_ALL
@@ -65,25 +74,70 @@ struct Part
     qint64 bytes = -1; // -1 when it could not be read
 };
 
-// The bytes of `path` from `from` on: `most` of them, or all to its end when `most` is -1. A
-// missing file that `mayBeMissing` is read as empty.
-Part hashPart(const QString &path, qint64 from, qint64 most, bool mayBeMissing)
+// Where the bytes of a file are read from: the store file through a descriptor kept open (see
+// keptDescriptor()), its log through one of its own.
+struct Source
+{
+    int kept = -1;
+    QString path;
+};
+
+#ifdef Q_OS_UNIX
+// Closing any descriptor of a file drops every lock this process holds on it, SQLite's own among
+// them. Another console would then take this one's connection for gone, and delete the
+// write-ahead log that this one still writes to: its later changes would reach nobody else. So
+// the store file is read through one descriptor per file, opened once and never closed.
+int keptDescriptor(const QString &path)
+{
+    static std::mutex mutex;
+    static std::map<std::pair<dev_t, ino_t>, int> kept;
+    const QByteArray name = QFile::encodeName(path);
+    struct stat st;
+    std::lock_guard lock(mutex);
+    if (::stat(name.constData(), &st) != 0)
+        return -1;
+    if (const auto it = kept.find({st.st_dev, st.st_ino}); it != kept.end())
+        return it->second;
+    const int fd = ::open(name.constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return -1;
+    // Named after the file it opened, which is the one read even if the name moved on; a second
+    // descriptor of a file already known stays open as well, unused.
+    if (::fstat(fd, &st) == 0)
+        kept.emplace(std::pair(st.st_dev, st.st_ino), fd);
+    return fd;
+}
+#endif
+
+// The bytes of `source` from `from` on: `most` of them, or all to its end when `most` is -1. A
+// missing log that `mayBeMissing` is read as empty.
+Part hashPart(const Source &source, qint64 from, qint64 most, bool mayBeMissing)
 {
     Part part;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    QFile file(source.path);
+    if (source.kept < 0 && !file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         if (mayBeMissing && !file.exists())
             part = {XXH3_128bits(nullptr, 0), 0};
         return part;
     }
     const auto free = [](XXH3_state_t *s) { XXH3_freeState(s); };
     const std::unique_ptr<XXH3_state_t, decltype(free)> state(XXH3_createState(), free);
-    if (!state || XXH3_128bits_reset(state.get()) != XXH_OK || (from > 0 && !file.seek(from)))
+    if (!state || XXH3_128bits_reset(state.get()) != XXH_OK || (source.kept < 0 && from > 0 && !file.seek(from)))
         return part;
     QByteArray buffer(ReadBlock, Qt::Uninitialized);
     qint64 total = 0;
     while (most < 0 || total < most) {
-        const qint64 n = file.read(buffer.data(), most < 0 ? ReadBlock : std::min(ReadBlock, most - total));
+        const qint64 want = most < 0 ? ReadBlock : std::min(ReadBlock, most - total);
+        qint64 n = -1;
+#ifdef Q_OS_UNIX
+        if (source.kept >= 0) {
+            do
+                n = ::pread(source.kept, buffer.data(), size_t(want), off_t(from + total));
+            while (n < 0 && errno == EINTR);
+        }
+#endif
+        if (source.kept < 0)
+            n = file.read(buffer.data(), want);
         if (n < 0)
             return part;
         if (n == 0)
@@ -100,7 +154,17 @@ Part hashPart(const QString &path, qint64 from, qint64 most, bool mayBeMissing)
 std::optional<ContentHash> contentHash(const QString &path)
 {
 #ifdef QARVO_HAVE_XXHASH
-    const qint64 size = QFileInfo(path).size();
+    Source store{-1, path};
+    qint64 size = -1;
+#ifdef Q_OS_UNIX
+    store.kept = keptDescriptor(path);
+    if (struct stat st; store.kept >= 0 && ::fstat(store.kept, &st) == 0)
+        size = st.st_size;
+    if (size < 0)
+        return std::nullopt;
+#else
+    size = QFileInfo(path).size();
+#endif
     const qint64 half = size >= TwoHalvesFrom ? (size / 2) / ReadBlock * ReadBlock : 0;
     Part head;
     Part tail{XXH3_128bits(nullptr, 0), 0};
@@ -118,15 +182,15 @@ std::optional<ContentHash> contentHash(const QString &path)
         if (half > 0) {
             second.thread = std::thread([&] {
                 try {
-                    tail = hashPart(path, half, -1, false);
+                    tail = hashPart(store, half, -1, false);
                 } catch (...) {
                     tail.bytes = -1;
                 }
             });
         }
-        head = hashPart(path, 0, half > 0 ? half : -1, false);
+        head = hashPart(store, 0, half > 0 ? half : -1, false);
     }
-    const Part log = hashPart(path + QStringLiteral("-wal"), 0, -1, true);
+    const Part log = hashPart({-1, path + QStringLiteral("-wal")}, 0, -1, true);
     // A file that shrank while it was read has no content to speak of.
     if (head.bytes < 0 || tail.bytes < 0 || log.bytes < 0 || (half > 0 && head.bytes != half))
         return std::nullopt;

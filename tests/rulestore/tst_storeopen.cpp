@@ -297,6 +297,30 @@ private Q_SLOTS:
         QCOMPARE(listed(std::move(outlivesStore)), expected);
     }
 
+    // Opening reads the whole file for its check. Another console that comes and goes meanwhile
+    // must still see this one as holding the file: were the log taken from under it, what it
+    // saves afterwards would reach no other console.
+    void savesAfterAnotherConsoleLeftReachTheOthers()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("shared.sqlite"));
+        {
+            SqlRuleStore seeding;
+            QVERIFY(seeding.open(path));
+            QCOMPARE(calls::AddWMIRule(&seeding, wmiRow(1, QStringLiteral("Rule 1"), 0)), status::Ok);
+        }
+        SqlRuleStore store;
+        QVERIFY(store.open(path));
+        const auto probe = [&path] { // another console: opens, lists, deletes rule 1, closes
+            QProcess other;
+            other.start(QStringLiteral(QARVO_STOREWRITER), {"probe", path});
+            return other.waitForFinished(30000) ? QString::fromUtf8(other.readAllStandardOutput()) : QString();
+        };
+        QVERIFY(probe().startsWith(QLatin1String("read-only=0 rules=Rule 1 write=ok")));
+        QCOMPARE(calls::AddWMIRule(&store, wmiRow(2, QStringLiteral("Rule 2"), 0)), status::Ok);
+        const QString seen = probe();
+        QVERIFY2(seen.startsWith(QLatin1String("read-only=0 rules=Rule 2 ")), qPrintable(seen));
+    }
+
     // A page that goes bad after the store was opened ends the list where it is met, as a fault of
     // the row set, not as a list cut short.
     void pageDamagedWhileListedEndsTheRowsWithAFault()
