@@ -247,25 +247,35 @@ void CPaneUP::readRules(qint16 viewType)
     RuleListModel::Rows rows = m_model->takeRowStorage();
     const RuleListModel::Text wmi = rows.text(KindWmi);
     const RuleListModel::Text wql = rows.text(KindWql);
+    // A row set that lends its texts saves a QString for every cell.
+    Utf8Fields *const lent = dynamic_cast<Utf8Fields *>(reply.rows.get());
+    const auto cell = [&](RowReader &reader, const QString &field) {
+        QByteArrayView utf8;
+        return lent && lent->fieldUtf8(field, &utf8) ? rows.text(utf8) : storedText(rows, reader.field(field));
+    };
+    const auto ruleId = [&](RowReader &reader) {
+        QByteArrayView utf8;
+        return lent && lent->fieldUtf8(FieldRuleId, &utf8) ? ruleIdFromText(utf8) : ruleIdOf(reader.field(FieldRuleId));
+    };
     try {
         RowReader reader(reply);
         while (!reader.atEnd()) {
             if (viewType == category::NAQC) {
-                const QVariant name = reader.field(FieldRuleName);
+                const RuleListModel::Text name = cell(reader, FieldRuleName);
                 RuleListModel::Row &row = rows.add();
-                row.cells[0] = storedText(rows, name);
+                row.cells[0] = name;
                 row.image = images::NaqcRule;
-                row.cells[1] = storedText(rows, reader.field(FieldRuleComment));
-                row.ruleId = ruleIdOf(reader.field(FieldRuleId));
+                row.cells[1] = cell(reader, FieldRuleComment);
+                row.ruleId = ruleId(reader);
             } else {
                 const qint32 kind = reader.integer(FieldRuleWql);
-                const QVariant name = reader.field(FieldRuleName);
+                const RuleListModel::Text name = cell(reader, FieldRuleName);
                 RuleListModel::Row &row = rows.add();
-                row.cells[0] = storedText(rows, name);
+                row.cells[0] = name;
                 row.image = images::WmiRule;
                 row.cells[1] = kind == 0 ? wmi : wql;
-                row.cells[2] = storedText(rows, reader.field(FieldRuleComment));
-                row.ruleId = ruleIdOf(reader.field(FieldRuleId));
+                row.cells[2] = cell(reader, FieldRuleComment);
+                row.ruleId = ruleId(reader);
             }
             reader.next();
         }

@@ -3,6 +3,7 @@
 #include "browser/shorttext.h"
 #include "resources/images.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace qarvo {
@@ -25,6 +26,15 @@ RuleListModel::Text RuleListModel::Rows::text(const QString &text)
         return {m_long.size() - 1, -1};
     }
     return {m_chars.add(reinterpret_cast<const char16_t *>(text.constData()), text.size()), text.size()};
+}
+
+RuleListModel::Text RuleListModel::Rows::text(QByteArrayView utf8)
+{
+    // ASCII bytes are its characters one for one; anything else is Qt's to decode.
+    if (utf8.size() <= MaxShownText
+        && std::all_of(utf8.begin(), utf8.end(), [](char c) { return (c & 0x80) == 0; }))
+        return {m_chars.add(utf8.data(), utf8.size()), utf8.size()};
+    return text(QString::fromUtf8(utf8));
 }
 
 RuleListModel::Row &RuleListModel::RowBlocks::add()

@@ -74,6 +74,7 @@ public:
     public:
         Row &add() { return m_rows.add(); }
         Text text(const QString &text);
+        Text text(QByteArrayView utf8);
 
     private:
         friend class RuleListModel;

@@ -18,28 +18,42 @@ QString ruleIdText(qint64 id)
     return text;
 }
 
-int ruleIdFromText(const QString &text)
+namespace {
+
+template<class Unit>
+int parsedRuleId(const Unit *text, qsizetype n)
 {
     qsizetype i = 0;
-    const qsizetype n = text.size();
-    while (i < n && (text[i] == u' ' || text[i] == u'\t' || text[i] == u'\n' || text[i] == u'\r'
-                     || text[i] == u'\v' || text[i] == u'\f'))
+    while (i < n && (text[i] == ' ' || text[i] == '\t' || text[i] == '\n' || text[i] == '\r' || text[i] == '\v'
+                     || text[i] == '\f'))
         ++i;
     bool negative = false;
-    if (i < n && (text[i] == u'+' || text[i] == u'-')) {
-        negative = text[i] == u'-';
+    if (i < n && (text[i] == '+' || text[i] == '-')) {
+        negative = text[i] == '-';
         ++i;
     }
     qint64 value = 0;
     constexpr qint64 limit = qint64(std::numeric_limits<int>::max()) + 1;
-    for (; i < n && text[i] >= u'0' && text[i] <= u'9'; ++i) {
-        value = value * 10 + (text[i].unicode() - u'0');
+    for (; i < n && text[i] >= '0' && text[i] <= '9'; ++i) {
+        value = value * 10 + (text[i] - '0');
         if (value > limit)
             value = limit; // keeps going through the digits without overflowing
     }
     if (negative)
         return int(-value < std::numeric_limits<int>::min() ? std::numeric_limits<int>::min() : -value);
     return int(value > std::numeric_limits<int>::max() ? std::numeric_limits<int>::max() : value);
+}
+
+} // namespace
+
+int ruleIdFromText(const QString &text)
+{
+    return parsedRuleId(reinterpret_cast<const char16_t *>(text.constData()), text.size());
+}
+
+int ruleIdFromText(QByteArrayView utf8)
+{
+    return parsedRuleId(utf8.data(), utf8.size());
 }
 
 QString fieldText(const QVariant &value)

@@ -15,6 +15,7 @@ namespace qarvo {
 // Decimal text to integer the way the ids come back: optional blanks and sign, then the leading
 // digits; 0 when there are none. Out-of-range values are clamped.
 int ruleIdFromText(const QString &text);
+int ruleIdFromText(QByteArrayView utf8);
 
 // Field values as the control takes them.
 QString fieldText(const QVariant &value);

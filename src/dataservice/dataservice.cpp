@@ -36,6 +36,7 @@ const char *DataServiceError::what() const noexcept
 }
 
 RowSet::~RowSet() = default;
+Utf8Fields::~Utf8Fields() = default;
 DataService::~DataService() = default;
 
 MemoryRowSet::MemoryRowSet(QStringList columns, QList<QVariantList> rows)

@@ -6,6 +6,7 @@
 
 #include <qarvo/dataservice/qarvo_export.h>
 
+#include <QByteArrayView>
 #include <QList>
 #include <QString>
 #include <QVariant>
@@ -77,6 +78,19 @@ public:
     virtual void moveNext() = 0;
     virtual QVariant field(const QString &name) = 0;
     virtual void close() = 0;
+};
+
+// What a row set may offer beside field(): a text field's UTF-8 bytes, lent rather than made into
+// a QString, which is most of what reading a long list costs. A reader asks for it with
+// dynamic_cast and uses field() where a row set does not offer it.
+class QARVO_EXPORT Utf8Fields
+{
+public:
+    virtual ~Utf8Fields();
+    // The text field `name` of the current row; the bytes stay valid until the row set is used
+    // again. False when this field is not lent this way, and field() answers for it. Throws as
+    // field() does.
+    virtual bool fieldUtf8(const QString &name, QByteArrayView *text) = 0;
 };
 
 struct QARVO_EXPORT Reply

@@ -20,7 +20,9 @@ class TextBlocks
 {
 public:
     // Where the copy of `text` lies; a place is only looked at for a text that is not empty.
-    qsizetype add(const Unit *text, qsizetype size)
+    // Units of another kind are widened one by one (ASCII bytes into UTF-16, say).
+    template<class Source>
+    qsizetype add(const Source *text, qsizetype size)
     {
         if (size == 0)
             return m_next;

@@ -140,27 +140,32 @@ private Q_SLOTS:
         QTest::addColumn<short>("view");
         QTest::addColumn<int>("faultAt");
         QTest::addColumn<QStringList>("rows");
+        QTest::addColumn<bool>("lent");
         const QStringList wmi = {"Antivirus|WMI|12", "Free disk|WQL|345", PareFeu + "|WQL|99"};
-        QTest::newRow("WMI") << short(6) << -2 << wmi;
+        QTest::newRow("WMI") << short(6) << -2 << wmi << false;
         // Odd ids convert by their leading digits; long and non-ASCII texts show as sent.
-        QTest::newRow("NAQC, odd ids and texts")
-            << short(5) << -2
-            << QStringList{"Dial-in|quarantine profile|7", "|" + QString(1500, u'x') + "|12",
-                           QString(300, u'N') + "||0", QString::fromUtf8("Удалённый доступ||-3")};
+        const QStringList odd = {"Dial-in|quarantine profile|7", "|" + QString(1500, u'x') + "|12",
+                                 QString(300, u'N') + "||0", QString::fromUtf8("Удалённый доступ||-3")};
+        QTest::newRow("NAQC, odd ids and texts") << short(5) << -2 << odd << false;
         // A fault keeps the rows read so far, a half-read one too. NAQC reads name, comment, id per
         // row; WMI reads wql, name, comment, id; -1 faults on close.
-        const QStringList naqc = {"Dial-in|quarantine profile|7", "|" + QString(1500, u'x') + "|12"};
-        QTest::newRow("NAQC, fault at 3rd comment") << short(5) << 7 << naqc + QStringList{QString(300, u'N') + "||0"};
-        QTest::newRow("NAQC, fault at 3rd name") << short(5) << 6 << naqc;
-        QTest::newRow("WMI, fault at 2nd kind") << short(6) << 4 << wmi.mid(0, 1);
-        QTest::newRow("WMI, fault at 3rd id") << short(6) << 11 << QStringList{wmi[0], wmi[1], PareFeu + "|WQL|0"};
-        QTest::newRow("WMI, fault on close") << short(6) << -1 << wmi;
+        const QStringList naqc = odd.mid(0, 2);
+        QTest::newRow("NAQC, fault at 3rd comment") << short(5) << 7 << odd.mid(0, 3) << false;
+        QTest::newRow("NAQC, fault at 3rd name") << short(5) << 6 << naqc << false;
+        QTest::newRow("WMI, fault at 2nd kind") << short(6) << 4 << wmi.mid(0, 1) << false;
+        QTest::newRow("WMI, fault at 3rd id") << short(6) << 11 << QStringList{wmi[0], wmi[1], PareFeu + "|WQL|0"} << false;
+        QTest::newRow("WMI, fault on close") << short(6) << -1 << wmi << false;
+        // Texts lent as UTF-8 read the same, to the same faults.
+        QTest::newRow("WMI, lent") << short(6) << -2 << wmi << true;
+        QTest::newRow("NAQC, odd ids and texts, lent") << short(5) << -2 << odd << true;
+        QTest::newRow("NAQC, fault at 3rd name, lent") << short(5) << 6 << naqc << true;
     }
 
     void rowsInServiceOrder()
     {
         QFETCH(short, view);
         QFETCH(int, faultAt);
+        QFETCH(bool, lent);
         RulesService s;
         ScriptedReply reply = view == 6 ? RulesService::wmiList()
                                         : naqcRules({{"Dial-in", "quarantine profile", "000000007"},
@@ -169,6 +174,7 @@ private Q_SLOTS:
                                                      {QString::fromUtf8("Удалённый доступ"), "", "-3"}});
         reply.faultAtFieldRead = faultAt;
         reply.faultOnClose = faultAt == -1;
+        reply.lendsUtf8 = lent;
         s.script(view == 6 ? "GetWMIRules" : "GetRQCRule", reply);
         QList<qint32> faults;
         setFaultReporter([&](const DataServiceError &e) { faults << e.status(); });
@@ -549,13 +555,24 @@ private Q_SLOTS:
 
     // Texts too long to read are shown cut, everywhere they show; what goes back to the service
     // is the text as it came.
+    void overlongTextsShownCutSentWhole_data()
+    {
+        QTest::addColumn<bool>("lent");
+        QTest::newRow("texts") << false;
+        QTest::newRow("texts lent as UTF-8") << true;
+    }
+
     void overlongTextsShownCutSentWhole()
     {
+        QFETCH(bool, lent);
         const QString name = QString(5000, u'n');
         const QString cut = name.left(4096) + QChar(0x2026);
-        const QString comment = QString(4096, u'c'); // the longest text shown whole
+        // The longest text shown whole, in more bytes than characters.
+        const QString comment = QString(4095, u'c') + QChar(0x00e9);
         RecordingService s;
-        s.script("GetWMIRules", wmiRules({{0, name, comment, "7"}}));
+        ScriptedReply list = wmiRules({{0, name, comment, "7"}});
+        list.lendsUtf8 = lent;
+        s.script("GetWMIRules", list);
         s.script("GetWMIRuleInfo", conditions({{name, "", 0, 0, "root", "C", "F", "string", "=", name}}));
         s.script("RulesUsedExRule", ScriptedReply::table({"rule_name"}, {}));
         Browser b(6, &s);

@@ -6,7 +6,7 @@ namespace qarvo::test {
 
 namespace {
 
-class ScriptedRowSet : public MemoryRowSet
+class ScriptedRowSet : public MemoryRowSet, public Utf8Fields
 {
 public:
     ScriptedRowSet(const ScriptedReply &reply, std::shared_ptr<RowSetTrace> trace)
@@ -21,6 +21,15 @@ public:
             throw DataServiceError(m_reply.faultStatus, QStringLiteral("scripted fault"));
         return MemoryRowSet::field(name);
     }
+    // Texts only, counted as field reads; other values are left to field().
+    bool fieldUtf8(const QString &name, QByteArrayView *text) override
+    {
+        if (!m_reply.lendsUtf8 || MemoryRowSet::field(name).typeId() != QMetaType::QString)
+            return false;
+        m_lent = field(name).toString().toUtf8();
+        *text = m_lent;
+        return true;
+    }
     void close() override
     {
         if (m_reply.faultOnClose)
@@ -32,6 +41,7 @@ public:
 private:
     ScriptedReply m_reply;
     std::shared_ptr<RowSetTrace> m_trace;
+    QByteArray m_lent;
 };
 
 } // namespace

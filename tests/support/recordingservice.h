@@ -34,6 +34,7 @@ struct ScriptedReply
     int faultAtFieldRead = -1; // the n-th field read (from 0) throws
     bool faultOnClose = false;
     qint32 faultStatus = status::Fail;
+    bool lendsUtf8 = false; // text fields are lent as UTF-8 (Utf8Fields) too
 
     static ScriptedReply failure(qint32 s = status::Fail);
     static ScriptedReply answer(const QVariant &value);
