@@ -255,6 +255,8 @@ int run(const Options &options)
             printErr(QStringLiteral("qarvo-console: the sample rules were not all stored: %1").arg(error));
     }
 
+    // The store reads the list while the window is built around it.
+    store.readListAhead(options.view);
     ConsoleWindow window(&store, options.view);
     if (!options.screenshot.isEmpty()) {
         window.show();

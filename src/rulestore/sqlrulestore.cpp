@@ -63,6 +63,7 @@ bool SqlRuleStore::isOpen() const
 
 void SqlRuleStore::close()
 {
+    d->db.ahead.reset();
     if (d->db.connection.isEmpty())
         return;
     if (d->open && !d->db.readOnly) {
@@ -290,6 +291,18 @@ void SqlRuleStore::refuseIfReadOnly() const
     if (d->db.readOnly)
         refuse(status::Fail, QStringLiteral("%1 is open read-only: this user may not change it")
                                  .arg(m_location.displayText()));
+}
+
+void SqlRuleStore::readListAhead(qint16 category)
+{
+    if (!d->open)
+        return;
+    try {
+        store::listAhead(d->db, category);
+    } catch (...) {
+        // Only time is lost: the list is read when it is asked for.
+        d->db.ahead.reset();
+    }
 }
 
 bool SqlRuleStore::isEmpty()

@@ -66,6 +66,12 @@ public:
 
     // Host-side operations that are not part of the control's catalogue.
 
+    // Begins reading the list of `category` (category::WMI or category::NAQC) for the host that
+    // is about to ask for it, while it does other work: the next GetWMIRules or GetRQCRule of that
+    // category answers with it when nothing was committed to the store in between. A SQLite
+    // store only; elsewhere, and when the reading cannot begin, the list is read when asked for.
+    void readListAhead(qint16 category);
+
     // True when the store holds no rule of either category.
     bool isEmpty();
     // Records that the rule `userId` of `userCategory` refers by name to the rule `usedName` of

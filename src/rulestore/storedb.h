@@ -8,7 +8,11 @@
 #include <QString>
 #include <QVariantList>
 
+#include <memory>
+
 namespace qarvo::store {
+
+struct AheadListing;
 
 class StoreDb
 {
@@ -20,6 +24,7 @@ public:
     QString schema; // PostgreSQL: the schema every session works in
     QString owner;  // this connection's mark on the ids and names it reserves
     QByteArray checkedFile; // SQLite: fileIdentity() of the file the store checked and opened
+    std::shared_ptr<AheadListing> ahead; // SQLite: see listAhead()
 
     QSqlDatabase db() const { return QSqlDatabase::database(connection, false); }
 

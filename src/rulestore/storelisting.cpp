@@ -19,11 +19,13 @@
 #endif
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <climits>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <system_error>
 #include <thread>
@@ -313,6 +315,25 @@ QVariant fieldOf(const Listed &r, const QString &name, bool withWql)
     throw DataServiceError(status::Fail, QStringLiteral("no field named ") + name);
 }
 
+// fieldOf() without a QString: the texts as the database answered them, the id in nine digits
+// kept in `digits` (an id that does not fit them is left to fieldOf()).
+bool utf8FieldOf(const Listed &r, const QString &name, std::array<char, 9> &digits, QByteArrayView *text)
+{
+    if (name == QLatin1String("rule_name")) {
+        *text = QByteArrayView(r.name, r.nameSize);
+    } else if (name == QLatin1String("rule_comment")) {
+        *text = QByteArrayView(r.comment, r.commentSize);
+    } else if (name == QLatin1String("rule_id") && r.id >= 0 && r.id <= 999999999) {
+        int id = r.id;
+        for (auto d = digits.rbegin(); d != digits.rend(); ++d, id /= 10)
+            *d = char('0' + id % 10);
+        *text = QByteArrayView(digits.data(), qsizetype(digits.size()));
+    } else {
+        return false;
+    }
+    return true;
+}
+
 void giveBack(std::unique_ptr<Listing> &listing, const std::weak_ptr<ListingSpare> &spare)
 {
     if (!listing)
@@ -324,7 +345,7 @@ void giveBack(std::unique_ptr<Listing> &listing, const std::weak_ptr<ListingSpar
 
 // The answer as the control reads it, a row at a time. Once read, its memory goes back to the
 // store for the next listing.
-class ListedRowSet final : public RowSet
+class ListedRowSet final : public RowSet, public Utf8Fields
 {
 public:
     ListedRowSet(std::unique_ptr<Listing> listing, bool withWql, std::weak_ptr<ListingSpare> spare)
@@ -348,6 +369,10 @@ public:
     }
 
     QVariant field(const QString &name) override { return fieldOf(current(), name, m_withWql); }
+    bool fieldUtf8(const QString &name, QByteArrayView *text) override
+    {
+        return utf8FieldOf(current(), name, m_digits, text);
+    }
 
     void close() override { giveBack(m_l, m_spare); }
 
@@ -363,6 +388,7 @@ private:
     std::weak_ptr<ListingSpare> m_spare;
     size_t m_pos = 0;
     bool m_withWql;
+    std::array<char, 9> m_digits{};
 };
 
 [[noreturn]] void listingFailed(StoreDb &db, const QString &message)
@@ -439,7 +465,7 @@ bool nocaseEqual(const Listed &a, const Listed &b)
 // to each other in the database's order (names the same but for ASCII case, and names holding
 // other characters, which sit between the same two ASCII names in both orders), so each such
 // group is sorted before it is handed on.
-class StreamedRowSet final : public RowSet
+class StreamedRowSet final : public RowSet, public Utf8Fields
 {
 public:
     StreamedRowSet(std::unique_ptr<Listing> listing, bool withWql, std::weak_ptr<ListingSpare> spare)
@@ -451,6 +477,12 @@ public:
     // False when the database could not be read this way; the rows are then read at once.
     bool start(const QByteArray &path, const QByteArray &identity, qint16 category)
     {
+        return launch(path, identity, category) && settle(path, identity);
+    }
+
+    // The reading begun; settle() tells whether it took.
+    bool launch(const QByteArray &path, const QByteArray &identity, qint16 category)
+    {
         // Before the file is opened, and again once it is: whatever is put in the store's place
         // later makes no difference to an open connection.
         if (fileIdentity(path) != identity)
@@ -460,6 +492,11 @@ public:
         } catch (const std::system_error &) {
             return false;
         }
+        return true;
+    }
+
+    bool settle(const QByteArray &path, const QByteArray &identity)
+    {
         std::unique_lock lock(m_mutex);
         m_changed.wait(lock, [this] { return m_started; });
         if ((m_firstStep == SQLITE_ROW || m_firstStep == SQLITE_DONE) && fileIdentity(path) == identity)
@@ -484,6 +521,10 @@ public:
     }
 
     QVariant field(const QString &name) override { return fieldOf(current(), name, m_withWql); }
+    bool fieldUtf8(const QString &name, QByteArrayView *text) override
+    {
+        return utf8FieldOf(current(), name, m_digits, text);
+    }
 
     void close() override
     {
@@ -647,18 +688,46 @@ private:
     const Listed *m_rows = nullptr;
     size_t m_count = 0;
     size_t m_pos = 0;
+    std::array<char, 9> m_digits{};
 };
+
+// The file a second connection may read the store's list from; empty where it may not.
+QByteArray streamableFile(StoreDb &db)
+{
+    sqlite3 *h = db.sqlite ? driverHandle<sqlite3>(db, {"sqlite3*"}) : nullptr;
+    const char *file = h ? sqlite3_db_filename(h, "main") : nullptr;
+    if (!file || db.checkedFile.isEmpty())
+        return {};
+    return QByteArray(file);
+}
 
 std::unique_ptr<RowSet> streamWithSqlite(StoreDb &db, qint16 category, const std::shared_ptr<ListingSpare> &spare)
 {
-    sqlite3 *h = driverHandle<sqlite3>(db, {"sqlite3*"});
-    const char *file = h ? sqlite3_db_filename(h, "main") : nullptr;
-    if (!file || !*file || db.checkedFile.isEmpty())
+    const QByteArray file = streamableFile(db);
+    if (file.isEmpty())
         return nullptr;
     auto rows = std::make_unique<StreamedRowSet>(spare->take(), category == category::WMI, spare);
-    if (!rows->start(QByteArray(file), db.checkedFile, category))
+    if (!rows->start(file, db.checkedFile, category))
         return nullptr;
     return rows;
+}
+
+// What changes with every commit to the database: the pragma with those of other connections,
+// the pager's own count with this connection's as well (schema changes included). Nothing when
+// the database cannot be asked.
+std::optional<std::pair<qint64, int>> changeMark(StoreDb &db)
+{
+    sqlite3 *h = driverHandle<sqlite3>(db, {"sqlite3*"});
+    sqlite3_stmt *st = nullptr;
+    if (!h || sqlite3_prepare_v2(h, "PRAGMA data_version", -1, &st, nullptr) != SQLITE_OK)
+        return std::nullopt;
+    std::optional<std::pair<qint64, int>> mark;
+    unsigned int pagerVersion = 0;
+    if (sqlite3_step(st) == SQLITE_ROW
+        && sqlite3_file_control(h, "main", SQLITE_FCNTL_DATA_VERSION, &pagerVersion) == SQLITE_OK)
+        mark.emplace(sqlite3_column_int64(st, 0), int(pagerVersion));
+    sqlite3_finalize(st);
+    return mark;
 }
 
 bool listWithSqlite(StoreDb &db, qint16 category, Listing &out)
@@ -734,6 +803,55 @@ void listWithQt(StoreDb &db, qint16 category, Listing &out)
 
 } // namespace
 
+struct AheadListing
+{
+    qint16 category = 0;
+#ifdef QARVO_HAVE_SQLITE3
+    std::pair<qint64, int> mark;
+    QByteArray file;
+    std::unique_ptr<StreamedRowSet> rows;
+#endif
+};
+
+namespace {
+
+#ifdef QARVO_HAVE_SQLITE3
+// The list begun ahead, when it answers for the store as it is now; it is ended otherwise.
+std::unique_ptr<RowSet> takeAhead(StoreDb &db, qint16 category)
+{
+    const std::shared_ptr<AheadListing> ahead = std::exchange(db.ahead, nullptr);
+    // No commit since the mark, so none after the reading's snapshot either.
+    if (ahead && ahead->category == category && changeMark(db) == ahead->mark
+        && ahead->rows->settle(ahead->file, db.checkedFile))
+        return std::move(ahead->rows);
+    return nullptr;
+}
+#endif
+
+} // namespace
+
+void listAhead(StoreDb &db, qint16 category)
+{
+    db.ahead.reset();
+#ifdef QARVO_HAVE_SQLITE3
+    const QByteArray file = streamableFile(db);
+    // Marked before the reading begins, so that any commit the reading might not see changes it.
+    const auto mark = file.isEmpty() ? std::nullopt : changeMark(db);
+    if (!mark)
+        return;
+    const std::shared_ptr<ListingSpare> spare = ListingSpare::shared();
+    auto ahead = std::make_shared<AheadListing>();
+    ahead->category = category;
+    ahead->mark = *mark;
+    ahead->file = file;
+    ahead->rows = std::make_unique<StreamedRowSet>(spare->take(), category == category::WMI, spare);
+    if (ahead->rows->launch(file, db.checkedFile, category))
+        db.ahead = std::move(ahead);
+#else
+    Q_UNUSED(category);
+#endif
+}
+
 QByteArray fileIdentity(const QByteArray &path)
 {
 #ifdef Q_OS_UNIX
@@ -763,6 +881,8 @@ std::unique_ptr<RowSet> listRules(StoreDb &db, qint16 category)
     const std::shared_ptr<ListingSpare> spare = ListingSpare::shared();
 #ifdef QARVO_HAVE_SQLITE3
     if (db.sqlite) {
+        if (auto rows = takeAhead(db, category))
+            return rows;
         if (auto rows = streamWithSqlite(db, category, spare))
             return rows;
     }

@@ -58,6 +58,11 @@ private:
     std::unique_ptr<Listing> m_listing;
 };
 
+// A list of `category` begun now, on SQLite, for a listRules() of the same category expected soon:
+// that call takes it if no commit reached the database in between, and lists anew otherwise.
+struct AheadListing;
+void listAhead(StoreDb &db, qint16 category);
+
 // Every rule of `category` in nameLess() order. The rows hold rule_wql (WMI rules only), rule_name,
 // rule_comment and rule_id, the id as nine digits.
 std::unique_ptr<RowSet> listRules(StoreDb &db, qint16 category);

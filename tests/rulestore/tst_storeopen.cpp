@@ -321,6 +321,45 @@ private Q_SLOTS:
         QVERIFY2(seen.startsWith(QLatin1String("read-only=0 rules=Rule 2 ")), qPrintable(seen));
     }
 
+    // A list read ahead answers the call only for the store as it is at the call: a commit of
+    // another console, one of the store itself, or a list of the other category lists anew.
+    void listReadAheadIsTakenOnlyForTheStoreAsItIs()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("ahead.sqlite"));
+        {
+            SqlRuleStore seeding; // whose saves hold no reservation the other console would meet
+            QVERIFY(seeding.open(path));
+            for (int id = 1; id <= 3; ++id)
+                QCOMPARE(calls::AddWMIRule(&seeding, wmiRow(id, QStringLiteral("Rule %1").arg(id), 0)), status::Ok);
+        }
+        SqlRuleStore store;
+        QVERIFY(store.open(path));
+        const auto names = [&store] {
+            Reply list = calls::GetWMIRules(&store);
+            return rowTexts(list, {QStringLiteral("rule_name")});
+        };
+        store.readListAhead(category::WMI);
+        QCOMPARE(names(), QStringList({"Rule 1", "Rule 2", "Rule 3"}));
+
+        store.readListAhead(category::WMI);
+        QProcess other; // opens, lists, deletes rule 1
+        other.start(QStringLiteral(QARVO_STOREWRITER), {"probe", path});
+        QVERIFY(other.waitForFinished(30000));
+        const QByteArray said = other.readAllStandardOutput();
+        QVERIFY2(said.contains("write=ok"), said.constData());
+        QCOMPARE(names(), QStringList({"Rule 2", "Rule 3"}));
+
+        store.readListAhead(category::WMI);
+        QCOMPARE(calls::AddWMIRule(&store, wmiRow(4, QStringLiteral("Rule 4"), 0)), status::Ok);
+        QCOMPARE(names(), QStringList({"Rule 2", "Rule 3", "Rule 4"}));
+
+        store.readListAhead(category::NAQC);
+        QCOMPARE(names(), QStringList({"Rule 2", "Rule 3", "Rule 4"}));
+        store.readListAhead(category::WMI);
+        store.close(); // with the list never asked for
+        QCOMPARE(calls::GetWMIRules(&store).status, status::Fail);
+    }
+
     // A page that goes bad after the store was opened ends the list where it is met, as a fault of
     // the row set, not as a list cut short.
     void pageDamagedWhileListedEndsTheRowsWithAFault()
