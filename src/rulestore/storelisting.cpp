@@ -343,13 +343,43 @@ void giveBack(std::unique_ptr<Listing> &listing, const std::weak_ptr<ListingSpar
     listing.reset();
 }
 
-// The answer as the control reads it, a row at a time. Once read, its memory goes back to the
-// store for the next listing.
-class ListedRowSet final : public RowSet, public Utf8Fields
+// What both row sets of a list answer from the row they stand on, which `Rows` tells by current().
+template<class Rows>
+class ListedFields : public RowSet, public Utf8Fields
 {
 public:
+    explicit ListedFields(bool withWql) : m_withWql(withWql) {}
+
+    void moveNext() override
+    {
+        rows().current();
+        ++m_pos;
+    }
+    QVariant field(const QString &name) override { return fieldOf(rows().current(), name, m_withWql); }
+    bool fieldUtf8(const QString &name, QByteArrayView *text) override
+    {
+        return utf8FieldOf(rows().current(), name, m_digits, text);
+    }
+
+protected:
+    size_t m_pos = 0; // the current row's place, as `Rows` counts
+
+private:
+    Rows &rows() { return static_cast<Rows &>(*this); }
+
+    bool m_withWql;
+    std::array<char, 9> m_digits{};
+};
+
+// The answer as the control reads it, a row at a time. Once read, its memory goes back to the
+// store for the next listing.
+class ListedRowSet final : public ListedFields<ListedRowSet>
+{
+    friend class ListedFields<ListedRowSet>;
+
+public:
     ListedRowSet(std::unique_ptr<Listing> listing, bool withWql, std::weak_ptr<ListingSpare> spare)
-        : m_l(std::move(listing)), m_spare(std::move(spare)), m_withWql(withWql)
+        : ListedFields(withWql), m_l(std::move(listing)), m_spare(std::move(spare))
     {
         sortNames(*m_l);
     }
@@ -360,18 +390,6 @@ public:
         if (!m_l)
             throw DataServiceError(status::Fail, QStringLiteral("row set is closed"));
         return m_pos >= m_l->order.size();
-    }
-
-    void moveNext() override
-    {
-        current();
-        ++m_pos;
-    }
-
-    QVariant field(const QString &name) override { return fieldOf(current(), name, m_withWql); }
-    bool fieldUtf8(const QString &name, QByteArrayView *text) override
-    {
-        return utf8FieldOf(current(), name, m_digits, text);
     }
 
     void close() override { giveBack(m_l, m_spare); }
@@ -386,9 +404,6 @@ private:
 
     std::unique_ptr<Listing> m_l; // null once closed
     std::weak_ptr<ListingSpare> m_spare;
-    size_t m_pos = 0;
-    bool m_withWql;
-    std::array<char, 9> m_digits{};
 };
 
 [[noreturn]] void listingFailed(StoreDb &db, const QString &message)
@@ -465,11 +480,13 @@ bool nocaseEqual(const Listed &a, const Listed &b)
 // to each other in the database's order (names the same but for ASCII case, and names holding
 // other characters, which sit between the same two ASCII names in both orders), so each such
 // group is sorted before it is handed on.
-class StreamedRowSet final : public RowSet, public Utf8Fields
+class StreamedRowSet final : public ListedFields<StreamedRowSet>
 {
+    friend class ListedFields<StreamedRowSet>;
+
 public:
     StreamedRowSet(std::unique_ptr<Listing> listing, bool withWql, std::weak_ptr<ListingSpare> spare)
-        : m_l(std::move(listing)), m_spare(std::move(spare)), m_withWql(withWql)
+        : ListedFields(withWql), m_l(std::move(listing)), m_spare(std::move(spare))
     {
     }
     ~StreamedRowSet() override { close(); }
@@ -512,18 +529,6 @@ public:
         if (!m_l)
             throw DataServiceError(status::Fail, QStringLiteral("row set is closed"));
         return !haveRow();
-    }
-
-    void moveNext() override
-    {
-        current();
-        ++m_pos;
-    }
-
-    QVariant field(const QString &name) override { return fieldOf(current(), name, m_withWql); }
-    bool fieldUtf8(const QString &name, QByteArrayView *text) override
-    {
-        return utf8FieldOf(current(), name, m_digits, text);
     }
 
     void close() override
@@ -671,7 +676,6 @@ private:
 
     std::unique_ptr<Listing> m_l; // its texts are written by the producer alone; null once closed
     std::weak_ptr<ListingSpare> m_spare;
-    bool m_withWql;
     std::thread m_thread;
     std::atomic<bool> m_stop{false};
 
@@ -687,8 +691,6 @@ private:
     size_t m_taken = 0;
     const Listed *m_rows = nullptr;
     size_t m_count = 0;
-    size_t m_pos = 0;
-    std::array<char, 9> m_digits{};
 };
 
 // The file a second connection may read the store's list from; empty where it may not.
